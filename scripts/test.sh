@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# The project's test command: installs the dependencies, then builds and runs every test
+#   1. a RelWithDebInfo build with warnings as errors: the whole suite;
+#   2. AddressSanitizer + UndefinedBehaviorSanitizer: the whole suite;
+#   3. ThreadSanitizer: the tests that exercise threads (CTest label "threads");
+#   4. libFuzzer (clang): short runs of the command parser and the FASTQ reader from their seed corpora.
+# Build trees live under build/ (reused when present). Exit status 0 only when every step passed.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$root"
+"$root/scripts/setup-deps.sh"
+
+jobs=$(nproc)
+: "${GENOSTAT_FUZZ_SECONDS:=60}"
+failures=()
+summary=()
+
+configure_and_build() {  # <dir> <cmake args...>
+  local dir=$1
+  shift
+  cmake -S "$root" -B "$root/build/$dir" -G Ninja "$@" >/dev/null
+  cmake --build "$root/build/$dir" -j "$jobs"
+}
+
+run_ctest() {  # <name> <dir> <ctest args...>
+  local name=$1 dir=$2
+  shift 2
+  echo "== $name"
+  if ctest --test-dir "$root/build/$dir" --output-on-failure -j "$jobs" --timeout 600 "$@"; then
+    summary+=("$name: passed")
+  else
+    summary+=("$name: FAILED")
+    failures+=("$name")
+  fi
+}
+
+echo "== build: release, warnings as errors"
+configure_and_build release -DCMAKE_BUILD_TYPE=RelWithDebInfo -DGENOSTAT_WERROR=ON
+run_ctest "tests (release)" release
+
+echo "== build: address + undefined sanitizers"
+configure_and_build asan -DCMAKE_BUILD_TYPE=Debug -DGENOSTAT_WERROR=ON \
+  -DGENOSTAT_SANITIZE=address,undefined
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  run_ctest "tests (address,undefined)" asan
+
+echo "== build: thread sanitizer"
+configure_and_build tsan -DCMAKE_BUILD_TYPE=Debug -DGENOSTAT_WERROR=ON -DGENOSTAT_SANITIZE=thread
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_ctest "threaded tests (thread)" tsan -L threads
+
+echo "== build: fuzzers (clang, libFuzzer)"
+configure_and_build fuzz -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+  -DBUILD_TESTING=OFF -DGENOSTAT_FUZZ=ON -DGENOSTAT_SANITIZE=address,undefined
+fuzz() {  # <binary> <seed corpus dir> <seconds> [libFuzzer flags...]
+  local bin=$1 seeds=$2 seconds=$3
+  shift 3
+  local work="$root/build/fuzz/corpus-$(basename "$bin")"
+  mkdir -p "$work"
+  echo "== fuzz: $(basename "$bin"), ${seconds}s from $seeds"
+  if "$root/build/fuzz/bin/$bin" -max_total_time="$seconds" -print_final_stats=1 "$@" "$work" "$seeds" \
+       >"$root/build/fuzz/$bin.log" 2>&1; then
+    summary+=("fuzz $bin: passed (${seconds}s)")
+  else
+    tail -n 60 "$root/build/fuzz/$bin.log"
+    summary+=("fuzz $bin: FAILED")
+    failures+=("fuzz $bin")
+  fi
+}
+FUZZ_TARGETS_PLACEHOLDER
+
+echo
+echo "== summary"
+printf '  %s\n' "${summary[@]}"
+if ((${#failures[@]})); then
+  echo "FAILED: ${failures[*]}"
+  exit 1
+fi
+echo "all test steps passed"
