@@ -34,7 +34,7 @@ constexpr uint32_t kCodeCount = sizeof(kCodeTexts) / sizeof(kCodeTexts[0]);
 }  // namespace
 
 GenomicParserException::GenomicParserException(uint32_t code, const std::string& detail)
-    : code_(code), message_(BaseText(code)) {
+    : code_(code), message_(baseText(code)) {
   if (!detail.empty()) {
     message_ += ": ";
     message_ += detail;
@@ -45,6 +45,6 @@ GenomicParserException::~GenomicParserException() = default;
 
 const char* GenomicParserException::what() const noexcept { return message_.c_str(); }
 
-const char* GenomicParserException::BaseText(uint32_t code) noexcept {
+const char* GenomicParserException::baseText(uint32_t code) noexcept {
   return code < kCodeCount ? kCodeTexts[code] : "Unspecified error";
 }

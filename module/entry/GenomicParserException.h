@@ -8,7 +8,7 @@
 
 class GenomicParserException : public std::exception {
  public:
-  // Codes the module throws; the texts are in BaseText().
+  // Codes the module throws; the texts are in baseText().
   enum Code : uint32_t {
     kFileNotFound = 5,
     kErrorProcessingFastq = 8,
@@ -28,7 +28,7 @@ class GenomicParserException : public std::exception {
   uint32_t code() const noexcept { return code_; }
 
   // The text of `code` without any detail; "Unspecified error" for a code the table lacks.
-  static const char* BaseText(uint32_t code) noexcept;
+  static const char* baseText(uint32_t code) noexcept;
 
  private:
   uint32_t code_;
