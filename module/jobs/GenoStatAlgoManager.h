@@ -34,8 +34,9 @@ class GENOSTAT_API GenoStatAlgoManager {
   static GenoStatAlgoManager* existingInstance();
 
   // Stops and joins the worker (a running job finishes first) and frees the queued records
-  // without any message. The module itself never deletes the manager.
-  ~GenoStatAlgoManager();
+  // without any message. The module itself never deletes the manager. Throws std::system_error
+  // (resource_deadlock_would_occur) when called on the worker thread, which cannot join itself.
+  ~GenoStatAlgoManager() noexcept(false);
   GenoStatAlgoManager(const GenoStatAlgoManager&) = delete;
   GenoStatAlgoManager& operator=(const GenoStatAlgoManager&) = delete;
 

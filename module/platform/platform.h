@@ -22,8 +22,17 @@ enum class InputFileCheck {
 };
 InputFileCheck checkInputFile(const std::string& utf8Path);
 
-// Whole seconds since 1970-01-01 UTC.
+// Whole seconds since 1970-01-01 UTC, from the system clock or from the clock set below.
 int64_t currentTimeSeconds();
+
+// Replaces the clock that currentTimeSeconds reads (null: the system clock again) and returns the
+// one it replaced. Lets tests pin the time stamp that result file names are made of. Thread-safe.
+using ClockFunction = int64_t (*)();
+ClockFunction setClock(ClockFunction clock);
+
+// The separator joinPath inserts between a folder and a name: '\\' on Windows, '/' on POSIX,
+// where a backslash is an ordinary character of a file name.
+char pathSeparator();
 
 // Terminates `pid` and every process descended from it, children before parents. True when the
 // root process itself was terminated. Never signals a pid of 1 or below.
