@@ -1,0 +1,66 @@
+// Byte streams under the FASTQ parser: the raw file, the decompressors stacked on it, and a
+// thread that runs a stream ahead of its reader.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <stdexcept>
+#include <string_view>
+
+namespace genostat {
+
+// A compressed stream that is damaged or ends early. The reader turns it into a malformed-input
+// error positioned at the record and line where the good text stops.
+class StreamDamaged : public std::runtime_error {
+ public:
+  explicit StreamDamaged(const std::string& reason) : std::runtime_error(reason) {}
+};
+
+// A forward-only stream. read() fills at most `capacity` bytes and returns how many; 0 means the
+// end. Failures throw (InputError for the data's or the file's fault, std::exception otherwise).
+// A source that fails hands out every good byte it produced before throwing.
+class ByteSource {
+ public:
+  virtual ~ByteSource() = default;
+  virtual std::size_t read(char* buffer, std::size_t capacity) = 0;
+};
+
+enum class Compression { Plain, Gzip, Bzip2 };
+
+// Which gzip inflater to use. ISA-L is the default when the build has it; GENOSTAT_INFLATER=zlib
+// in the environment or an explicit choice selects zlib.
+enum class Inflater { Default, Isal, Zlib };
+bool isalAvailable();
+Inflater resolveInflater(Inflater requested);
+
+// Looks at a stream's first bytes: 1F 8B is gzip, "BZh" bzip2, anything else plain text.
+Compression sniffCompression(std::string_view firstBytes);
+
+// Opens `path` for reading. `bytesRead`, when given, counts the raw (compressed) bytes taken from
+// the file so far, for progress reports; `fileSize` receives the file's size. Throws InputError
+// (NotFound for a missing path or a folder, PermissionDenied, ReadFailed).
+std::unique_ptr<ByteSource> openFileSource(const std::string& path,
+                                           std::atomic<std::uint64_t>* bytesRead = nullptr,
+                                           std::uint64_t* fileSize = nullptr);
+
+// A source over memory the caller keeps alive.
+std::unique_ptr<ByteSource> memorySource(std::string_view data);
+
+// Wraps `raw` in the decompressor its first bytes call for. `path` names the file in errors.
+std::unique_ptr<ByteSource> openDecodedSource(std::unique_ptr<ByteSource> raw,
+                                              const std::string& path,
+                                              Inflater inflater = Inflater::Default,
+                                              Compression* detected = nullptr);
+
+// Runs `inner` on a thread of its own, handing its output over in blocks of `blockSize` bytes
+// through a queue of at most `queueDepth` blocks, so decompression overlaps parsing. Errors of the
+// inner source reach the reader after the bytes that preceded them. Destroying the source stops
+// the thread.
+std::unique_ptr<ByteSource> asyncSource(std::unique_ptr<ByteSource> inner,
+                                        std::size_t blockSize = std::size_t{1} << 20,
+                                        std::size_t queueDepth = 4);
+
+}  // namespace genostat

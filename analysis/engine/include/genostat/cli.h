@@ -1,0 +1,28 @@
+// The command line of genostat-qc:
+//   genostat-qc [--adapter NONE|ILLUMINA|NEXTERA|CUSTOM] [--custom-sequence SEQ] [--threads N]
+//               [--progress] --output OUT.csv FILE...
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace genostat {
+
+// Exit codes (sysexits values the analysis script maps to its own).
+enum ExitCode : int {
+  kExitOk = 0,
+  kExitUsage = 64,
+  kExitMalformedInput = 65,
+  kExitNoInput = 66,
+  kExitInternal = 70,
+  kExitCannotWrite = 73,
+  kExitOutOfMemory = 75,
+  kExitPermission = 77,
+};
+
+// Runs the program on `args` (without the program name). Progress lines and errors go to `err`;
+// on failure the last line written there is "genostat-qc: error: <path>: <message>".
+int runCli(const std::vector<std::string>& args, std::ostream& err);
+
+}  // namespace genostat

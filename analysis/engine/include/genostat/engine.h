@@ -1,0 +1,39 @@
+// Runs the metrics over a list of FASTQ files on a given number of threads. Files are spread over
+// worker threads (one accumulator per file); a file read alone gets a decompression thread of its
+// own when a thread is spare. The rows do not depend on the thread count.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "genostat/byte_source.h"
+#include "genostat/metrics.h"
+
+namespace genostat {
+
+struct EngineOptions {
+  MetricsOptions metrics;
+  unsigned threads = 1;  // 0 counts as 1
+  Inflater inflater = Inflater::Default;
+  // Called from a reporting thread, at most about four times a second, while files are read:
+  // file index (0-based), raw bytes read, file size, reads per second of that file.
+  std::function<void(std::size_t, std::uint64_t, std::uint64_t, std::uint64_t)> progress;
+};
+
+// How the threads are used for `files` inputs: worker count and whether each file gets a
+// decompression thread.
+struct ThreadPlan {
+  unsigned workers = 1;
+  bool decompressionThreads = false;
+};
+ThreadPlan planThreads(unsigned threads, std::size_t files);
+
+// One row of 27 fields per file, in input order, named by uniqueSampleNames. When several files
+// fail, the error of the first failing file in input order is thrown, whatever the thread count:
+// InputError, std::bad_alloc, or another std::exception for an internal failure.
+std::vector<std::vector<std::string>> runEngine(const std::vector<std::string>& files,
+                                                const EngineOptions& options);
+
+}  // namespace genostat

@@ -1,0 +1,266 @@
+// The FASTQ parser. Text arrives in a buffer that is refilled from the source; a record is parsed
+// only when all its lines are in the buffer, otherwise the buffer is refilled (and grown when one
+// record does not fit) and the record is parsed again from its start. Sequences are upper-cased
+// in place, so a record costs four memchr calls and two passes of table-free byte checks.
+#include "genostat/reader.h"
+
+#include <cstring>
+#include <vector>
+
+#include "genostat/input_error.h"
+
+namespace genostat {
+namespace {
+
+// A record larger than this is refused rather than buffered: no sequencer writes one, and a file
+// without line ends must not take all memory.
+constexpr std::size_t kMaxRecordBytes = std::size_t{256} << 20;
+
+std::string describeByte(unsigned char c) {
+  if (c >= 33 && c <= 126) return std::string("'") + static_cast<char>(c) + "'";
+  switch (c) {
+    case ' ':
+      return "a blank (code 32)";
+    case '\t':
+      return "a tab (code 9)";
+    case '\r':
+      return "a carriage return (code 13)";
+    default:
+      return "code " + std::to_string(c);
+  }
+}
+
+// Upper-cases ASCII letters in place and reports whether every byte is printable ASCII ('!'..'~').
+// Written as one branch-free pass so the compiler vectorises it.
+inline bool upperCaseAndCheck(char* text, std::size_t size) {
+  unsigned char bad = 0;
+  auto* p = reinterpret_cast<unsigned char*>(text);
+  for (std::size_t i = 0; i < size; ++i) {
+    const unsigned char c = p[i];
+    bad |= static_cast<unsigned char>(static_cast<unsigned char>(c - 33u) > 93u);
+    const unsigned char isLower = static_cast<unsigned char>(c - 'a') < 26u;
+    p[i] = static_cast<unsigned char>(c - (isLower << 5));
+  }
+  return bad == 0;
+}
+
+inline bool checkPrintable(const char* text, std::size_t size) {
+  unsigned char bad = 0;
+  const auto* p = reinterpret_cast<const unsigned char*>(text);
+  for (std::size_t i = 0; i < size; ++i) {
+    bad |= static_cast<unsigned char>(static_cast<unsigned char>(p[i] - 33u) > 93u);
+  }
+  return bad == 0;
+}
+
+std::size_t firstNonPrintable(std::string_view text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (c < 33 || c > 126) return i;
+  }
+  return text.size();
+}
+
+class Parser {
+ public:
+  Parser(ByteSource& source, const std::string& path, RecordSink& sink, const ReadOptions& options)
+      : source_(source), path_(path), sink_(sink), options_(options),
+        buffer_(options.bufferSize < 64 ? 64 : options.bufferSize) {}
+
+  std::uint64_t run() {
+    for (;;) {
+      const Outcome outcome = parseRecords();
+      if (outcome == Outcome::Done) break;
+      refill();
+    }
+    publishProgress();
+    return records_;
+  }
+
+ private:
+  enum class Outcome { Done, NeedMore };
+
+  struct Line {
+    char* begin;
+    std::size_t size;
+    std::string_view view() const { return {begin, size}; }
+  };
+
+  // The next line starting at `cur` (CR before LF removed), or false when it is not complete in
+  // the buffer yet (or, at the end of the input, when there is no line left).
+  bool nextLine(char*& cur, char* end, Line& line) const {
+    if (cur == end) return false;
+    auto* newline = static_cast<char*>(std::memchr(cur, '\n', static_cast<std::size_t>(end - cur)));
+    char* lineEnd;
+    if (newline != nullptr) {
+      lineEnd = newline;
+      line.begin = cur;
+      cur = newline + 1;
+    } else {
+      if (!eof_) return false;
+      lineEnd = end;
+      line.begin = cur;
+      cur = end;
+    }
+    if (lineEnd != line.begin && lineEnd[-1] == '\r') --lineEnd;
+    line.size = static_cast<std::size_t>(lineEnd - line.begin);
+    return true;
+  }
+
+  Outcome parseRecords() {
+    char* const end = buffer_.data() + end_;
+    for (;;) {
+      char* cur = buffer_.data() + pos_;
+      std::uint64_t line = lines_;
+      Line header{};
+      // Empty lines between records (and at the end) are skipped.
+      for (;;) {
+        if (!nextLine(cur, end, header)) {
+          return eof_ ? Outcome::Done : Outcome::NeedMore;
+        }
+        ++line;
+        if (header.size != 0) break;
+        pos_ = static_cast<std::size_t>(cur - buffer_.data());
+        lines_ = line;
+      }
+      const std::uint64_t record = records_ + 1;
+      if (header.begin[0] != '@') {
+        fail(record, line, "the header line does not start with '@'");
+      }
+
+      Line sequence{};
+      if (!nextLine(cur, end, sequence)) {
+        if (!eof_) return Outcome::NeedMore;
+        fail(record, line + 1, "the file ends after the header line (no sequence line)");
+      }
+      ++line;
+      if (!upperCaseAndCheck(sequence.begin, sequence.size)) {
+        const std::size_t at = firstNonPrintable(sequence.view());
+        fail(record, line,
+             "the sequence has " + describeByte(static_cast<unsigned char>(sequence.begin[at])) +
+                 " at position " + std::to_string(at + 1) +
+                 "; only printable ASCII ('!' to '~') is allowed");
+      }
+
+      Line separator{};
+      if (!nextLine(cur, end, separator)) {
+        if (!eof_) return Outcome::NeedMore;
+        fail(record, line + 1, "the file ends after the sequence line (no '+' line)");
+      }
+      ++line;
+      if (separator.size == 0 || separator.begin[0] != '+') {
+        fail(record, line,
+             separator.size == 0 ? std::string("the line after the sequence is empty; expected a "
+                                               "'+' line (records of more than four lines are "
+                                               "not supported)")
+                                 : "the line after the sequence does not start with '+' (records "
+                                   "of more than four lines are not supported)");
+      }
+      if (separator.size > 1 &&
+          separator.view().substr(1) != header.view().substr(1)) {
+        fail(record, line, "the text after '+' differs from the header's text after '@'");
+      }
+
+      Line quality{};
+      if (!nextLine(cur, end, quality)) {
+        if (!eof_) return Outcome::NeedMore;
+        fail(record, line + 1, "the file ends after the '+' line (no quality line)");
+      }
+      ++line;
+      if (!checkPrintable(quality.begin, quality.size)) {
+        const std::size_t at = firstNonPrintable(quality.view());
+        fail(record, line,
+             "the quality has " + describeByte(static_cast<unsigned char>(quality.begin[at])) +
+                 " at position " + std::to_string(at + 1) +
+                 "; only printable ASCII ('!' to '~') is allowed");
+      }
+      if (quality.size != sequence.size) {
+        fail(record, line,
+             "quality length " + std::to_string(quality.size) + " differs from sequence length " +
+                 std::to_string(sequence.size));
+      }
+
+      FastqRecord out;
+      out.header = header.view();
+      out.sequence = sequence.view();
+      out.quality = quality.view();
+      sink_.onRecord(out);
+      records_ = record;
+      lines_ = line;
+      pos_ = static_cast<std::size_t>(cur - buffer_.data());
+    }
+  }
+
+  void refill() {
+    if (options_.cancel != nullptr && options_.cancel->load(std::memory_order_relaxed)) {
+      throw ReadCancelled();
+    }
+    publishProgress();
+    // Keep the unparsed tail; grow when a single record fills the whole buffer.
+    const std::size_t pending = end_ - pos_;
+    if (pos_ != 0) {
+      std::memmove(buffer_.data(), buffer_.data() + pos_, pending);
+      pos_ = 0;
+      end_ = pending;
+    }
+    if (end_ == buffer_.size()) {
+      if (buffer_.size() >= kMaxRecordBytes) {
+        fail(records_ + 1, lines_ + 1 + countNewlines(),
+             "the record is longer than " + std::to_string(kMaxRecordBytes >> 20) +
+                 " MiB (is this a FASTQ file?)");
+      }
+      buffer_.resize(std::min(buffer_.size() * 2, kMaxRecordBytes));
+    }
+    std::size_t n = 0;
+    try {
+      n = source_.read(buffer_.data() + end_, buffer_.size() - end_);
+    } catch (const StreamDamaged& damaged) {
+      fail(records_ + 1, lines_ + 1 + countNewlines(), damaged.what());
+    }
+    if (n == 0) eof_ = true;
+    end_ += n;
+  }
+
+  std::uint64_t countNewlines() const {
+    std::uint64_t count = 0;
+    for (std::size_t i = pos_; i < end_; ++i) count += buffer_[i] == '\n';
+    return count;
+  }
+
+  void publishProgress() {
+    if (options_.recordsRead != nullptr) {
+      options_.recordsRead->store(records_, std::memory_order_relaxed);
+    }
+  }
+
+  [[noreturn]] void fail(std::uint64_t record, std::uint64_t line, const std::string& reason) {
+    throw malformedInput(path_, record, line, reason);
+  }
+
+  ByteSource& source_;
+  const std::string& path_;
+  RecordSink& sink_;
+  const ReadOptions& options_;
+  std::vector<char> buffer_;
+  std::size_t pos_ = 0;  // start of the first unparsed byte
+  std::size_t end_ = 0;  // end of the data in the buffer
+  bool eof_ = false;
+  std::uint64_t records_ = 0;  // records handed to the sink
+  std::uint64_t lines_ = 0;    // lines consumed up to pos_
+};
+
+}  // namespace
+
+std::uint64_t readFastq(ByteSource& source, const std::string& path, RecordSink& sink,
+                        const ReadOptions& options) {
+  Parser parser(source, path, sink, options);
+  return parser.run();
+}
+
+std::uint64_t readFastqMemory(std::string_view data, const std::string& path, RecordSink& sink,
+                              Inflater inflater) {
+  auto source = openDecodedSource(memorySource(data), path, inflater);
+  return readFastq(*source, path, sink, ReadOptions{});
+}
+
+}  // namespace genostat
