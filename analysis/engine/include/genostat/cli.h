@@ -21,8 +21,11 @@ enum ExitCode : int {
   kExitPermission = 77,
 };
 
-// Runs the program on `args` (without the program name). Progress lines and errors go to `err`;
-// on failure the last line written there is "genostat-qc: error: <path>: <message>".
-int runCli(const std::vector<std::string>& args, std::ostream& err);
+// Runs the program on `args` (without the program name). Help goes to `out`; progress lines
+// ("progress <file> <bytes-done> <bytes-total> <reads-per-second>", file numbered from 1) and
+// errors go to `err`. On failure the last line written to `err` is
+// "genostat-qc: error: <path>: <message>", <path> being the input file, the output file, or for a
+// usage error the offending option.
+int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
 
 }  // namespace genostat

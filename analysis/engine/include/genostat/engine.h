@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,20 @@
 #include "genostat/metrics.h"
 
 namespace genostat {
+
+// A worker's failure that is not the input's fault (InputError covers those), with the file it
+// was reading: out of memory, or any other internal error.
+class WorkerFailure : public std::runtime_error {
+ public:
+  WorkerFailure(std::string path, bool outOfMemory, const std::string& message)
+      : std::runtime_error(message), path_(std::move(path)), outOfMemory_(outOfMemory) {}
+  const std::string& path() const noexcept { return path_; }
+  bool outOfMemory() const noexcept { return outOfMemory_; }
+
+ private:
+  std::string path_;
+  bool outOfMemory_;
+};
 
 struct EngineOptions {
   MetricsOptions metrics;
@@ -32,7 +47,7 @@ ThreadPlan planThreads(unsigned threads, std::size_t files);
 
 // One row of 27 fields per file, in input order, named by uniqueSampleNames. When several files
 // fail, the error of the first failing file in input order is thrown, whatever the thread count:
-// InputError, std::bad_alloc, or another std::exception for an internal failure.
+// InputError for the input's fault, WorkerFailure for anything else.
 std::vector<std::vector<std::string>> runEngine(const std::vector<std::string>& files,
                                                 const EngineOptions& options);
 
