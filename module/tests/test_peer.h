@@ -113,4 +113,7 @@ class GenoStatAlgoManagerTestPeer {
   }
 
   // ---- forwarders added by the entry/results half go below ----
+  static rapidjson::Document readErrorDetails(GenoStatAlgoManager& m, const std::string& resultPath) {
+    return m.readErrorDetails(resultPath);
+  }
 };

@@ -1,0 +1,30 @@
+// The two counts read from a finished job's result CSV.
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "jobs/GenoStatAlgoManager.h"
+
+// The split is deliberately plain: quotes are not honoured, a trailing comma adds no field, and
+// any line that is not empty counts as a sample (blanks or a lone carriage return included). The
+// analysis run subtracts the two non-variable columns from the header count itself.
+bool GenoStatAlgoManager::parseCSVForCounts(const std::string& path, int32_t& samples,
+                                            int32_t& variables) {
+  // std::ifstream takes no lock on the file, so the script or the host may hold it open meanwhile.
+  std::ifstream in(path);
+  if (!in.is_open()) return false;
+
+  samples = 0;
+  variables = 0;
+
+  std::string line;
+  if (std::getline(in, line)) {
+    std::istringstream header(line);
+    std::string field;
+    while (std::getline(header, field, ',')) ++variables;
+    while (std::getline(in, line)) {
+      if (!line.empty()) ++samples;
+    }
+  }
+  return true;
+}
