@@ -1,0 +1,136 @@
+// Adapter content: where along the reads each adapter first appears.
+#include <stdexcept>
+
+#include "metrics_internal.h"
+
+namespace genostat::metrics_detail {
+
+namespace {
+
+// A/C/G/T -> 0..3, everything else 4 (breaks any match).
+struct BaseCodes {
+  std::array<std::uint8_t, 256> code{};
+  BaseCodes() {
+    code.fill(4);
+    code['A'] = 0;
+    code['C'] = 1;
+    code['G'] = 2;
+    code['T'] = 3;
+  }
+};
+const BaseCodes kBases;
+
+}  // namespace
+
+std::vector<std::string> adapterSequences(int setting, const std::string& custom) {
+  switch (setting) {
+    case 1: return {"AGATCGGAAGAG"};
+    case 2: return {"CTGTCTCTTATA"};
+    case 3: return {custom.substr(0, 12)};
+    default:
+      return {"AGATCGGAAGAG", "TGGAATTCTCGG", "GATCGTCGGACT",
+              "CTGTCTCTTATA", "AAAAAAAAAAAA", "GGGGGGGGGGGG"};
+  }
+}
+
+AdapterScanner::AdapterScanner(std::vector<std::string> adapters)
+    : adapters_(std::move(adapters)), hits_(adapters_.size()) {
+  if (adapters_.empty() || adapters_.size() > 8) throw std::invalid_argument("adapter list size");
+  length_ = adapters_.front().size();
+  if (length_ == 0 || length_ > 12) throw std::invalid_argument("adapter length");
+  codeMask_ = static_cast<std::uint32_t>((std::uint64_t{1} << (2 * length_)) - 1);
+  // The check key is the last min(6, length) bases; shorter adapters use fewer bits of it.
+  const std::size_t tailBases = std::min<std::size_t>(6, length_);
+  const std::uint32_t tailMask = (1u << (2 * tailBases)) - 1;
+  for (std::size_t a = 0; a < adapters_.size(); ++a) {
+    const std::string& s = adapters_[a];
+    if (s.size() != length_) throw std::invalid_argument("adapters of different lengths");
+    std::uint32_t code = 0;
+    for (char c : s) {
+      const std::uint8_t b = kBases.code[static_cast<unsigned char>(c)];
+      if (b > 3) throw std::invalid_argument("adapter base");
+      code = (code << 2) | b;
+    }
+    codes_.push_back(code);
+    // Every 12-bit index whose low bits match this tail points at the adapter.
+    for (std::uint32_t idx = 0; idx < 4096; ++idx) {
+      if ((idx & tailMask) == (code & tailMask)) tailMask_[idx] |= static_cast<std::uint8_t>(1u << a);
+    }
+    hits_[a].assign(1, 0);
+  }
+}
+
+void AdapterScanner::add(std::string_view sequence) {
+  ++total_;
+  const std::size_t len = sequence.size();
+  if (len > longest_ && len > length_) {
+    longest_ = len;
+    for (auto& h : hits_) h.resize(longest_ - length_ + 1, 0);
+  }
+  if (longest_ == 0 || len < length_) return;  // nothing is counted until some read is long enough
+
+  const auto* s = reinterpret_cast<const unsigned char*>(sequence.data());
+  const std::uint8_t all = static_cast<std::uint8_t>((1u << adapters_.size()) - 1);
+  std::uint8_t found = 0;
+  std::uint32_t code = 0;
+  std::size_t run = 0;  // consecutive A/C/G/T bases ending here
+  for (std::size_t i = 0; i < len; ++i) {
+    const std::uint8_t b = kBases.code[s[i]];
+    code = ((code << 2) | (b & 3)) & codeMask_;
+    run = b < 4 ? run + 1 : 0;
+    if (run < length_) continue;
+    std::uint8_t candidates = tailMask_[code & 4095] & static_cast<std::uint8_t>(~found);
+    while (candidates != 0) {
+      const unsigned a = static_cast<unsigned>(__builtin_ctz(candidates));
+      candidates &= static_cast<std::uint8_t>(candidates - 1);
+      if (codes_[a] == code) {
+        found |= static_cast<std::uint8_t>(1u << a);
+        ++hits_[a][i + 1 - length_];
+      }
+    }
+    if (found == all) break;
+  }
+}
+
+std::vector<std::vector<double>> AdapterScanner::groupValues() const {
+  std::vector<std::vector<double>> values;
+  if (longest_ == 0) return values;
+  const std::size_t positions = longest_ - length_ + 1;
+  const auto groups = positionGroups(positions);
+  const double total = static_cast<double>(total_);
+  for (const auto& firstHits : hits_) {
+    // Entry e counts the reads whose first hit starts at or before e. Every adapter of a set has
+    // the same length, so a hit always lies within the entries that existed when it was counted
+    // and a plain running sum reproduces the growing-array bookkeeping.
+    std::vector<std::uint64_t> cumulative(positions, 0);
+    std::uint64_t running = 0;
+    for (std::size_t e = 0; e < positions; ++e) {
+      running += firstHits[e];
+      cumulative[e] = running;
+    }
+    std::vector<double> perGroup;
+    for (const PositionGroup& g : groups) {
+      double sum = 0;
+      for (std::size_t pos = g.first; pos <= g.last; ++pos) {
+        sum += (100 * static_cast<double>(cumulative[pos - 1])) / total;
+      }
+      perGroup.push_back(sum / static_cast<double>(g.last - g.first + 1));
+    }
+    values.push_back(std::move(perGroup));
+  }
+  return values;
+}
+
+Verdict AdapterScanner::verdict() const {
+  if (longest_ == 0) return Verdict::Warn;  // no read long enough to hold an adapter
+  Verdict v = Verdict::Pass;
+  for (const auto& perGroup : groupValues()) {
+    for (double value : perGroup) {
+      if (value > 10) return Verdict::Fail;
+      if (value > 5) v = Verdict::Warn;
+    }
+  }
+  return v;
+}
+
+}  // namespace genostat::metrics_detail

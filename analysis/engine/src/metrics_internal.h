@@ -1,0 +1,215 @@
+// Building blocks of SampleMetrics that are worth testing on their own: position groups, length
+// bins, number formatting, the GC model, the duplicate table, the adapter scanner and the tile
+// tracker. Private to the engine; the public face is genostat/metrics.h.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace genostat::metrics_detail {
+
+// ---------------------------------------------------------------------------------------------
+// Formatting
+
+// Fixed notation, two decimals, correctly rounded from the double's exact value (ties to even).
+std::string formatTwoDecimals(double value);
+
+// 100 * part / whole truncated (not rounded) at the second decimal, in integer arithmetic, so that
+// the integer part always equals the truncated whole percentage. "0.00" when whole is 0.
+std::string formatTruncatedPercent(std::uint64_t part, std::uint64_t whole);
+
+// ---------------------------------------------------------------------------------------------
+// Position groups: positions 1..9 alone, then groups whose width grows with the read length so
+// that long reads still give fewer than 75 groups.
+
+struct PositionGroup {
+  std::size_t first;  // 1-based, inclusive
+  std::size_t last;   // 1-based, inclusive
+  std::string label() const;
+};
+
+std::vector<PositionGroup> positionGroups(std::size_t maxLength);
+
+// ---------------------------------------------------------------------------------------------
+// Length distribution bins (padded by one value on each side, empty end bins dropped).
+
+struct LengthBin {
+  std::size_t first;
+  std::size_t last;
+  std::uint64_t count;
+  bool single;  // bin width 1: labelled by one number
+  std::string label() const;
+};
+
+// lengthCounts[L] = number of reads of length L.
+std::vector<LengthBin> lengthBins(const std::vector<std::uint64_t>& lengthCounts);
+
+struct LengthSummary {
+  bool present = false;  // false when there are no reads
+  double mean = 0;
+  std::size_t median = 0;
+};
+
+LengthSummary summariseLengthBins(const std::vector<LengthBin>& bins);
+
+// ---------------------------------------------------------------------------------------------
+// Verdicts
+
+enum class Verdict { Absent, Pass, Warn, Fail };
+const char* verdictText(Verdict v);  // "" for Absent
+
+// ---------------------------------------------------------------------------------------------
+// Per-sequence GC: the model that spreads one read with g G/C bases out of L over percentage bins.
+
+class GcModel {
+ public:
+  explicit GcModel(std::size_t length);
+  // Adds the weights of a read with `gcCount` G/C bases to `distribution`.
+  void addTo(std::size_t gcCount, std::array<double, 101>& distribution) const;
+  struct Claim {
+    std::size_t firstBin;
+    std::vector<double> weights;  // weights[k] goes to bin firstBin + k
+  };
+  const Claim& claim(std::size_t gcCount) const { return claims_[gcCount]; }
+
+ private:
+  std::vector<Claim> claims_;
+};
+
+// Deviation (in %) of the distribution from its fitted normal curve; NaN flows through unguarded.
+double gcDeviation(const std::array<double, 101>& distribution);
+Verdict gcVerdict(double deviation);
+
+// Number of leading bases a read of `length` is judged on.
+inline std::size_t gcKeptLength(std::size_t length) {
+  if (length > 1000) return (length / 1000) * 1000;
+  if (length > 100) return (length / 100) * 100;
+  return length;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Duplicate tracking: the first kDistinctLimit distinct keys (reads cut to kKeyLength), each
+// counted over the whole file.
+
+constexpr std::size_t kDistinctLimit = 100000;
+constexpr std::size_t kKeyLength = 50;
+
+class DuplicateTable {
+ public:
+  DuplicateTable();
+  // Counts one read. `key` is at most kKeyLength bytes.
+  void add(std::string_view key);
+
+  std::uint64_t totalReads() const { return total_; }
+  // Read number at which the table froze, or the total when it never did.
+  std::uint64_t countAtLimit() const { return frozen_ ? countAtLimit_ : total_; }
+  bool frozen() const { return frozen_; }
+  std::size_t distinct() const { return entries_.size(); }
+  // level -> number of keys with that count
+  std::map<std::uint64_t, std::uint64_t> levels() const;
+  std::vector<std::uint64_t> counts() const;
+
+ private:
+  struct Entry {
+    std::uint64_t count;
+    std::uint32_t offset;
+    std::uint32_t length;
+  };
+  std::vector<std::uint64_t> slots_;  // (hash high 32 bits << 32) | (entry index + 1); 0 = empty
+  std::vector<Entry> entries_;
+  std::string arena_;
+  std::uint64_t total_ = 0;
+  std::uint64_t countAtLimit_ = 0;
+  bool frozen_ = false;
+};
+
+// Deduplicated percentage from the table's levels, with the correction for keys missed after
+// the freeze. 100 when there are no reads.
+double deduplicatedPercentage(const std::map<std::uint64_t, std::uint64_t>& levels,
+                              std::uint64_t countAtLimit, std::uint64_t total);
+
+struct Overrepresented {
+  std::uint64_t count = 0;  // keys above 0.1 % of all reads
+  Verdict verdict = Verdict::Pass;
+};
+Overrepresented overrepresented(const std::vector<std::uint64_t>& counts, std::uint64_t total);
+
+// ---------------------------------------------------------------------------------------------
+// Adapter content: first exact occurrence of each adapter, cumulative along the read.
+
+class AdapterScanner {
+ public:
+  // All adapters must be non-empty, made of A/C/G/T only, at most 12 bases and of one length.
+  explicit AdapterScanner(std::vector<std::string> adapters);
+  void add(std::string_view sequence);
+  Verdict verdict() const;
+  // Group values (percent) per adapter, for inspection; empty when no read was long enough.
+  std::vector<std::vector<double>> groupValues() const;
+  std::size_t adapterLength() const { return length_; }
+
+ private:
+  std::vector<std::string> adapters_;
+  std::vector<std::uint32_t> codes_;
+  std::array<std::uint8_t, 4096> tailMask_{};  // last six bases -> adapters ending with them
+  std::size_t length_ = 0;
+  std::uint32_t codeMask_ = 0;
+  std::size_t longest_ = 0;  // R: longest read so far that was longer than the adapters
+  std::uint64_t total_ = 0;
+  // hits_[a][j]: reads whose first occurrence of adapter a starts at 0-based j (counted only once
+  // some read was longer than the adapters)
+  std::vector<std::vector<std::uint64_t>> hits_;
+};
+
+std::vector<std::string> adapterSequences(int setting, const std::string& custom);
+
+// ---------------------------------------------------------------------------------------------
+// Per-tile quality.
+
+class TileTracker {
+ public:
+  void add(std::string_view header, std::string_view quality);
+  bool abandoned() const { return abandoned_; }
+  Verdict verdict() const;
+  // Largest absolute deviation of a tile's group mean from the group average (NaN-free only when
+  // the module is present).
+  double maxDeviation() const;
+  std::size_t tileCount() const { return tiles_.size(); }
+
+ private:
+  struct Tile {
+    std::vector<std::uint64_t> sums;    // raw quality codes per position
+    std::vector<std::uint64_t> counts;  // observations per position
+  };
+  static bool parseTile(std::string_view field, std::int32_t& tile);
+  std::uint64_t numbered_ = 0;
+  std::uint64_t used_ = 0;
+  std::size_t fieldIndex_ = 0;
+  bool fieldChosen_ = false;
+  bool abandoned_ = false;
+  unsigned minCode_ = 255;
+  std::size_t longest_ = 0;
+  std::unordered_map<std::int32_t, std::size_t> index_;
+  std::vector<Tile> tiles_;
+  std::int32_t lastTile_ = 0;
+  std::size_t lastIndex_ = SIZE_MAX;
+};
+
+constexpr std::size_t kMaxTiles = 2500;
+
+// ---------------------------------------------------------------------------------------------
+// Quality helpers
+
+// Phred offset from the lowest quality character code of the file.
+inline unsigned phredOffset(unsigned minCode) { return minCode < 64 ? 33 : 64; }
+
+// Median of a histogram over raw codes (index = code), in Phred values; the mean of the two middle
+// values for an even pool.
+double histogramMedian(const std::vector<std::uint64_t>& codeCounts, unsigned offset);
+
+}  // namespace genostat::metrics_detail
