@@ -12,6 +12,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/host_api.h"
@@ -22,7 +23,11 @@ namespace UPSpecTypes {
 
 // How a subcommand is introduced.
 enum SubComSpec : int {
-  SubComStandard = 1,  // `/NAME`, optionally followed by parameters
+  SubComStandard = 1,             // `/NAME`, optionally followed by parameters
+  SubComOptionalEquals = 2,       // `/NAME` or `/NAME=`, then parameters: /STATISTICS=MEAN STDDEV
+  SubComValue = 3,                // `/NAME=value`, the value as setValueDesc says: /TYPE=TXT
+  SubComValueOptionalEquals = 4,  // `/NAME value` or `/NAME=value`: /DEPENDENT GC
+  SubComBare = 5,                 // `/NAME` and nothing else: /NOORIGIN
 };
 
 // What a parameter holds. The numbered values are fixed; the parser may define more.
@@ -36,14 +41,22 @@ enum ParamSpec : int {
   ParamNumberList = 8,       // a list of numbers
   ParamInteger = 9,          // one integer
   ParamKeywordQualif = 27,   // a keyword chosen from declared qualifiers: ADAPTERS=CUSTOM(acgt)
+  ParamName = 30,            // exactly one name or keyword: /TYPE=TXT
+  ParamNameKeywordPairs = 31,  // pairs of a name and a keyword: /VARIABLES=Sample AUTO GC AUTO
 };
 
 enum BracketOptions : int {
-  NoBrackets = 0,
+  NoBrackets = 0,       // the value follows `=`: KEYWORD=value
+  ValueInBrackets = 1,  // the value stands in parentheses: CI(95), PIN(.05), NORMPROB(ZRESID)
 };
 
 }  // namespace UPSpecTypes
 
+// One keyword of a subcommand (or a qualifier of a keyword). `flag1` restricts the value's words
+// to the declared values (addStringValue): any other word is refused; without it a declared value
+// is still delivered as a keyword (upper case) and any other word as a name. `flag2`: the keyword
+// must carry a value (`=value`, or `(value)` in brackets or for a qualifier); without it the
+// keyword may also stand alone. A ParamSwitch never takes a value.
 class ZORV_HOST_API ParamDescriptor {
  public:
   ParamDescriptor(const char* name, UPSpecTypes::ParamSpec spec, bool flag1, bool flag2,
@@ -58,6 +71,8 @@ class ZORV_HOST_API ParamDescriptor {
   void addQualifDesc(const char* text);
   // A qualifier that carries a value (ADAPTERS=CUSTOM(acgt)).
   void addQualifDesc(const ParamDescriptor& qualifier);
+  // Lets the keyword be given more than once in one subcommand (default: refused).
+  void setRepeatable(bool repeatable);
 
   struct Impl;
   const Impl& impl() const { return *impl_; }
@@ -66,6 +81,7 @@ class ZORV_HOST_API ParamDescriptor {
   std::unique_ptr<Impl> impl_;
 };
 
+// One subcommand. `flag1`: the command must give it. `flag2`: it may be given more than once.
 class ZORV_HOST_API SubComDescriptor {
  public:
   SubComDescriptor(const char* name, UPSpecTypes::SubComSpec spec, bool flag1, bool flag2);
@@ -74,6 +90,9 @@ class ZORV_HOST_API SubComDescriptor {
   ~SubComDescriptor();
 
   void addParamDesc(const ParamDescriptor& param);
+  // The value of a SubComValue or SubComValueOptionalEquals subcommand; its name is the name
+  // under which SubComObj delivers the value (getValueObj, getParamObj).
+  void setValueDesc(const ParamDescriptor& value);
 
   struct Impl;
   const Impl& impl() const { return *impl_; }
@@ -90,6 +109,10 @@ class ZORV_HOST_API CommandDescriptor {
   ~CommandDescriptor();
 
   void addSubComDesc(const SubComDescriptor& subcommand);
+  // Names that follow the command's name before any subcommand: DATASET NAME x.
+  void setLeadingNames(int minCount, int maxCount);
+  // The first subcommand may be given without its `/`: DESCRIPTIVES VARIABLES=GC.
+  void setFirstSubComWithoutSlash(bool allowed);
 
   struct Impl;
   const Impl& impl() const { return *impl_; }
@@ -123,6 +146,8 @@ class ZORV_HOST_API ParamObj {
   bool getStringAndQual(ParamObj& qualifier) const;
   // The parameter's (or qualifier's) keyword, upper case.
   std::string getParamName() const;
+  // A ParamNameKeywordPairs value: (name as written, keyword in upper case) pairs.
+  bool getNamePairs(std::vector<std::pair<std::string, std::string>>& pairs) const;
 
   struct Impl;
   const Impl& impl() const { return *impl_; }
@@ -140,8 +165,14 @@ class ZORV_HOST_API SubComObj {
   ~SubComObj();
 
   // The parameter of that name (case-insensitive), or null when the subcommand did not give it.
-  // The object belongs to the SubComObj.
+  // The object belongs to the SubComObj. A repeated parameter: its first occurrence.
   ParamObj* getParamObj(const char* name) const;
+  // Every occurrence of a repeatable parameter, in the order given.
+  std::vector<ParamObj*> getParamObjs(const char* name) const;
+  // The subcommand's own value (SubComValue, SubComValueOptionalEquals), or null.
+  ParamObj* getValueObj() const;
+  // The subcommand's name, upper case.
+  std::string getSubComName() const;
 
   struct Impl;
   const Impl& impl() const { return *impl_; }
@@ -160,8 +191,12 @@ class ZORV_HOST_API CommandSpec {
   ~CommandSpec();
 
   // The subcommand of that name (case-insensitive), or null when the command did not give it.
-  // The object belongs to the CommandSpec.
+  // The object belongs to the CommandSpec. A repeated subcommand: its first occurrence.
   SubComObj* getSubComObj(const char* name) const;
+  // Every occurrence of a repeatable subcommand (FREQUENCIES /NTILES), in the order given.
+  std::vector<SubComObj*> getSubComObjs(const char* name) const;
+  // The names given after the command's name (DATASET NAME x); false when there are none.
+  bool getLeadingNames(std::vector<std::string>& names) const;
 
   struct Impl;
   const Impl& impl() const { return *impl_; }
