@@ -283,18 +283,17 @@ def map_engine_failure(returncode, last_line, files, csv_path):
     path, message = split_engine_error(last_line, files)
     if returncode == ENGINE_DATA:
         name = path if path is not None else "(unknown file)"
-        return JobError(EXIT_BAD_FASTQ, ": %s: %s" % (name, message), last_line)
+        return JobError(EXIT_BAD_FASTQ, ": %s: %s" % (name, message))
     if returncode == ENGINE_NO_INPUT and path is not None:
-        return JobError(EXIT_NOT_FOUND, " " + path, last_line)
+        return JobError(EXIT_NOT_FOUND, " " + path)
     if returncode == ENGINE_NO_PERMISSION and path is not None:
-        return JobError(EXIT_PERMISSION, " " + path, last_line)
+        return JobError(EXIT_PERMISSION, " " + path)
     if returncode == ENGINE_CANT_CREATE:
-        return JobError(EXIT_WRITE, " " + csv_path, last_line)
+        return JobError(EXIT_WRITE, " " + csv_path)
     if returncode == ENGINE_SOFTWARE:
-        return JobError(EXIT_PARALLEL, None, last_line)
+        return JobError(EXIT_PARALLEL, None)
     if returncode == ENGINE_OUT_OF_MEMORY:
-        return JobError(EXIT_MEMORY, " " + (path if path is not None else "the QC engine"),
-                        last_line)
+        return JobError(EXIT_MEMORY, " " + (path if path is not None else "the QC engine"))
     if returncode < 0:
         reason = "the QC engine was stopped by signal %d" % -returncode
     elif returncode == ENGINE_USAGE:
@@ -318,14 +317,15 @@ def parse_progress(line):
 
 
 def format_progress(progress, files):
+    """The terminal line for one progress report; the engine counts files from 1."""
     index, done, total, rate = progress
-    name = os.path.basename(files[index]) if 0 <= index < len(files) else "file %d" % index
+    name = os.path.basename(files[index - 1]) if 1 <= index <= len(files) else "file %d" % index
     text = "%s: %.1f of %.1f MB" % (name, done / 1e6, total / 1e6)
     if total > 0:
         text += " (%d%%)" % min(100, done * 100 // total)
     text += ", %.0f reads/s" % rate
     if len(files) > 1:
-        text = "[%d/%d] %s" % (index + 1, len(files), text)
+        text = "[%d/%d] %s" % (index, len(files), text)
     return text
 
 

@@ -58,7 +58,7 @@ def main(argv):
     if mode == "progress":
         for index in range(len(files)):
             for done in (0, 500, 1000):
-                sys.stderr.write("progress %d %d 1000 12345.5\n" % (index, done))
+                sys.stderr.write("progress %d %d 1000 12345.5\n" % (index + 1, done))
                 sys.stderr.flush()
                 time.sleep(0.25)
     with open(output, "w") as handle:

@@ -391,11 +391,13 @@ class ProgressTest(ScriptCase):
         for bad in ("progress 1 50 200", "progress a 50 200 1", "genostat-qc: error: x: y",
                     "progress 1 50 200 1 extra"):
             self.assertIsNone(genostat.parse_progress(bad))
-        self.assertEqual(genostat.format_progress((0, 250_000_000, 1_000_000_000, 2e6),
+        self.assertEqual(genostat.format_progress((1, 250_000_000, 1_000_000_000, 2e6),
                                                   ["/d/a.fq"]),
                          "a.fq: 250.0 of 1000.0 MB (25%), 2000000 reads/s")
-        self.assertEqual(genostat.format_progress((5, 1, 0, 0.0), ["/d/a.fq", "/d/b.fq"]),
-                         "[6/2] file 5: 0.0 of 0.0 MB, 0 reads/s")
+        self.assertEqual(genostat.format_progress((2, 1, 2, 0.0), ["/d/a.fq", "/d/b.fq"]),
+                         "[2/2] b.fq: 0.0 of 0.0 MB (50%), 0 reads/s")
+        self.assertEqual(genostat.format_progress((3, 1, 0, 0.0), ["/d/a.fq", "/d/b.fq"]),
+                         "[3/2] file 3: 0.0 of 0.0 MB, 0 reads/s")
 
 
 class EngineErrorLineTest(unittest.TestCase):
