@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -58,5 +59,25 @@ ZORV_HOST_API void openDataset(const std::string& name);
 ZORV_HOST_API bool closeDataset(const std::string& name);
 ZORV_HOST_API void closeAllDatasets();
 ZORV_HOST_API std::vector<std::string> datasetNames();
+
+// ---- String tables (strings.cpp) ------------------------------------------------------------
+
+// The language whose tables FacSTDictionary loads from <installFolder>/strings/<code>/; "en" until
+// set. A dictionary reads it when it loads a table, so set it before the first job runs.
+ZORV_HOST_API void setLanguage(const std::string& code);
+ZORV_HOST_API std::string language();
+
+// A line of a string table that was left out, and why.
+struct StringTableIssue {
+  int line;             // 1-based
+  std::string problem;  // e.g. "no tab between key and text"
+};
+
+// Reads a string table's text (the format is described in refhost/core/strings.cpp) into `table`.
+// Lines that break the format are left out and listed in `issues`; the other lines still load.
+// Returns true when no line was left out.
+ZORV_HOST_API bool parseStringTable(const std::string& text,
+                                    std::map<std::string, std::string>& table,
+                                    std::vector<StringTableIssue>& issues);
 
 }  // namespace zorvhost
