@@ -112,6 +112,11 @@ class GenoStatAlgoManagerTestPeer {
     return m.getTranslatedErrorMessage(key);
   }
 
+  // Writes into a caller's string, for tests of what happens to its earlier contents.
+  static void generateParameterJSONInto(const GenoJobSettings* settings, std::string& out) {
+    GenoStatAlgoManager::generateParameterJSON(settings, out);
+  }
+
   // ---- forwarders added by the entry/results half go below ----
   static rapidjson::Document readErrorDetails(GenoStatAlgoManager& m, const std::string& resultPath) {
     return m.readErrorDetails(resultPath);

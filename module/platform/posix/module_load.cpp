@@ -6,15 +6,11 @@
 namespace {
 
 __attribute__((constructor)) void genostatModuleLoaded() {
-  // dladdr of a function of this module names the module's own file; reopening it with
-  // RTLD_NOLOAD gives its handle without taking a new reference that would pin it forever.
+  // A Windows module handle is the address the module was loaded at; dladdr of one of our own
+  // functions gives the same for the ELF object that holds it, without taking a reference on it.
   Dl_info info{};
   void* handle = nullptr;
-  if (::dladdr(reinterpret_cast<void*>(&genostatModuleLoaded), &info) != 0 && info.dli_fname != nullptr) {
-    handle = ::dlopen(info.dli_fname, RTLD_LAZY | RTLD_NOLOAD);
-    // RTLD_NOLOAD still counts a reference; give it back at once so unloading stays possible.
-    if (handle != nullptr) ::dlclose(handle);
-  }
+  if (::dladdr(reinterpret_cast<void*>(&genostatModuleLoaded), &info) != 0) handle = info.dli_fbase;
   genostat::load::onModuleLoad(handle);
 }
 
