@@ -109,10 +109,12 @@ CommandDescriptor frequencies() {
   return cmd;
 }
 
-CommandDescriptor correlations(const char* name, std::initializer_list<const char*> printKeywords) {
+CommandDescriptor correlations(const char* name, std::initializer_list<const char*> printKeywords,
+                               std::initializer_list<const char*> statistics) {
   CommandDescriptor cmd(name);
   cmd.addSubComDesc(valued("VARIABLES", SubComValueOptionalEquals, names("VARIABLES"), true));
   cmd.addSubComDesc(switches("PRINT", printKeywords));
+  if (statistics.size() > 0) cmd.addSubComDesc(switches("STATISTICS", statistics));
   cmd.addSubComDesc(switches("MISSING", {"PAIRWISE", "LISTWISE", "INCLUDE", "EXCLUDE"}));
   return cmd;
 }
@@ -155,9 +157,11 @@ const std::vector<CommandDescriptor>& catalogue() {
     c.push_back(set());
     c.push_back(descriptives());
     c.push_back(frequencies());
-    c.push_back(correlations("CORRELATIONS", {"ONETAIL", "TWOTAIL", "SIG", "NOSIG", "FULL", "LOWER"}));
+    c.push_back(correlations("CORRELATIONS", {"ONETAIL", "TWOTAIL", "SIG", "NOSIG", "FULL", "LOWER"},
+                             {"DESCRIPTIVES", "XPROD", "ALL"}));
     c.push_back(correlations("NONPAR CORR", {"SPEARMAN", "KENDALL", "BOTH", "ONETAIL", "TWOTAIL", "SIG",
-                                             "NOSIG", "FULL", "LOWER"}));
+                                             "NOSIG", "FULL", "LOWER"},
+                             {}));
     c.push_back(regression());
     return c;
   }();
