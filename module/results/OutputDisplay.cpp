@@ -39,8 +39,10 @@ void GenoStatAlgoManager::postOutputToDisplay(GenoJobSettings* settings, BpProce
   std::string line = std::string(texts::kProcedureName) + " " + settings->jobName + ": ";
   line += getLocalizedString(texts::kSamples) + " " + std::to_string(settings->sampleCount) + ", ";
   line += getLocalizedString(texts::kVariables) + " " + std::to_string(settings->variableCount) + ". ";
-  line += getLocalizedString(texts::kMessage) + ": " + getLocalizedString(settings->messageText) + ". ";
-  line += getLocalizedString(texts::kDataset) + ": " + dataset;
+  const std::string message = getLocalizedString(settings->messageText);
+  line += getLocalizedString(texts::kMessage) + ": " + message;
+  if (message.empty() || message.back() != '.') line += '.';
+  line += " " + getLocalizedString(texts::kDataset) + ": " + dataset;
   std::fputs(line.c_str(), stdout);
   std::fputc('\n', stdout);
   std::fflush(stdout);
