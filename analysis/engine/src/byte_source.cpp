@@ -472,21 +472,22 @@ Compression sniffCompression(std::string_view firstBytes) {
   return Compression::Plain;
 }
 
+InputError openFailure(const std::string& path, int error) {
+  if (error == ENOENT || error == ENOTDIR) {
+    return InputError(InputErrorKind::NotFound, path, "no such file");
+  }
+  if (error == EACCES || error == EPERM) {
+    return InputError(InputErrorKind::PermissionDenied, path, "permission denied");
+  }
+  return InputError(InputErrorKind::ReadFailed, path,
+                    std::string("cannot open: ") + std::strerror(error));
+}
+
 std::unique_ptr<ByteSource> openFileSource(const std::string& path,
                                            std::atomic<std::uint64_t>* bytesRead,
                                            std::uint64_t* fileSize) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    const int err = errno;
-    if (err == ENOENT || err == ENOTDIR) {
-      throw InputError(InputErrorKind::NotFound, path, "no such file");
-    }
-    if (err == EACCES || err == EPERM) {
-      throw InputError(InputErrorKind::PermissionDenied, path, "permission denied");
-    }
-    throw InputError(InputErrorKind::ReadFailed, path,
-                     std::string("cannot open: ") + std::strerror(err));
-  }
+  if (fd < 0) throw openFailure(path, errno);
   struct stat info {};
   if (::fstat(fd, &info) != 0) {
     const int err = errno;

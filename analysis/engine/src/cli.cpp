@@ -1,6 +1,7 @@
 #include "genostat/cli.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -139,6 +140,8 @@ std::optional<Failure> parseArguments(const std::vector<std::string>& argv, Argu
   return std::nullopt;
 }
 
+}  // namespace
+
 int exitCodeFor(InputErrorKind kind) {
   switch (kind) {
     case InputErrorKind::Malformed:
@@ -152,16 +155,19 @@ int exitCodeFor(InputErrorKind kind) {
   return kExitNoInput;
 }
 
+namespace {
+
 std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
 // The output file, created before the work so an unwritable path fails at once, and removed
-// again when the run fails so no partial CSV is left behind.
+// again when the run fails so no partial CSV is left behind (only when it is a regular file: a
+// device such as /dev/null or /dev/full is never unlinked).
 class OutputFile {
  public:
   explicit OutputFile(std::string path) : path_(std::move(path)) {}
   ~OutputFile() {
     if (fd_ >= 0) ::close(fd_);
-    if (created_ && !committed_) ::unlink(path_.c_str());
+    if (regularFile_ && !committed_) ::unlink(path_.c_str());
   }
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
@@ -169,7 +175,8 @@ class OutputFile {
   std::optional<Failure> open() {
     fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd_ < 0) return Failure{kExitCannotWrite, path_, systemError("cannot write")};
-    created_ = true;
+    struct stat info {};
+    regularFile_ = ::fstat(fd_, &info) == 0 && S_ISREG(info.st_mode);
     return std::nullopt;
   }
 
@@ -193,7 +200,7 @@ class OutputFile {
  private:
   std::string path_;
   int fd_ = -1;
-  bool created_ = false;
+  bool regularFile_ = false;
   bool committed_ = false;
 };
 
@@ -205,7 +212,8 @@ int report(std::ostream& err, const Failure& failure) {
 
 }  // namespace
 
-int runCli(const std::vector<std::string>& argv, std::ostream& out, std::ostream& err) {
+int runCli(const std::vector<std::string>& argv, std::ostream& out, std::ostream& err,
+           const std::function<void(EngineOptions&)>& configure) {
   Arguments args;
   bool help = false;
   if (auto failure = parseArguments(argv, args, help)) {
@@ -235,6 +243,7 @@ int runCli(const std::vector<std::string>& argv, std::ostream& out, std::ostream
         err.flush();
       };
     }
+    if (configure) configure(options);
     const auto rows = runEngine(args.files, options);
     if (auto failure = output.writeAndClose(csvDocument(csvColumnNames(), rows))) {
       return report(err, *failure);

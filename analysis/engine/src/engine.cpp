@@ -104,6 +104,7 @@ class Run {
   std::vector<std::string> readOne(std::size_t index) {
     FileProgress& progress = progress_[index];
     const std::string& path = files_[index];
+    if (options_.onFileStart) options_.onFileStart(index);
     std::uint64_t size = 0;
     auto raw = openFileSource(path, &progress.bytesRead, &size);
     progress.size.store(size);

@@ -12,10 +12,6 @@
 namespace genostat {
 namespace {
 
-// A record larger than this is refused rather than buffered: no sequencer writes one, and a file
-// without line ends must not take all memory.
-constexpr std::size_t kMaxRecordBytes = std::size_t{256} << 20;
-
 std::string describeByte(unsigned char c) {
   if (c >= 33 && c <= 126) return std::string("'") + static_cast<char>(c) + "'";
   switch (c) {
@@ -204,12 +200,12 @@ class Parser {
       end_ = pending;
     }
     if (end_ == buffer_.size()) {
-      if (buffer_.size() >= kMaxRecordBytes) {
+      if (buffer_.size() >= options_.maxRecordBytes) {
         fail(records_ + 1, lines_ + 1 + countNewlines(),
-             "the record is longer than " + std::to_string(kMaxRecordBytes >> 20) +
-                 " MiB (is this a FASTQ file?)");
+             "the record is longer than " + std::to_string(options_.maxRecordBytes) +
+                 " bytes (is this a FASTQ file?)");
       }
-      buffer_.resize(std::min(buffer_.size() * 2, kMaxRecordBytes));
+      buffer_.resize(std::min(buffer_.size() * 2, options_.maxRecordBytes));
     }
     std::size_t n = 0;
     try {

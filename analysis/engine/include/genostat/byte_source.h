@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "genostat/input_error.h"
+
 namespace genostat {
 
 // A compressed stream that is damaged or ends early. The reader turns it into a malformed-input
@@ -45,6 +47,9 @@ Compression sniffCompression(std::string_view firstBytes);
 std::unique_ptr<ByteSource> openFileSource(const std::string& path,
                                            std::atomic<std::uint64_t>* bytesRead = nullptr,
                                            std::uint64_t* fileSize = nullptr);
+
+// The error for a failed open() of `path` with errno `error`.
+InputError openFailure(const std::string& path, int error);
 
 // A source over memory the caller keeps alive.
 std::unique_ptr<ByteSource> memorySource(std::string_view data);

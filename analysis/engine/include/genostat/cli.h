@@ -3,9 +3,13 @@
 //               [--progress] --output OUT.csv FILE...
 #pragma once
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
+
+#include "genostat/engine.h"
+#include "genostat/input_error.h"
 
 namespace genostat {
 
@@ -26,6 +30,12 @@ enum ExitCode : int {
 // errors go to `err`. On failure the last line written to `err` is
 // "genostat-qc: error: <path>: <message>", <path> being the input file, the output file, or for a
 // usage error the offending option.
-int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
+// `configure`, when given, may adjust the engine's options before the run (tests use it to make
+// a worker fail).
+int runCli(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
+           const std::function<void(EngineOptions&)>& configure = {});
+
+// The exit code for an input error of the given kind.
+int exitCodeFor(InputErrorKind kind);
 
 }  // namespace genostat

@@ -35,6 +35,9 @@ struct EngineOptions {
   // Called from a reporting thread, at most about four times a second, while files are read:
   // file index (0-based), raw bytes read, file size, reads per second of that file.
   std::function<void(std::size_t, std::uint64_t, std::uint64_t, std::uint64_t)> progress;
+  // Called on the worker thread as it starts each file (index 0-based), before opening it; an
+  // exception it throws counts as that file's failure.
+  std::function<void(std::size_t)> onFileStart;
 };
 
 // How the threads are used for `files` inputs: worker count and whether each file gets a

@@ -33,6 +33,9 @@ struct ReadOptions {
   std::atomic<std::uint64_t>* recordsRead = nullptr;
   // First size of the parse buffer; it grows when one record does not fit.
   std::size_t bufferSize = std::size_t{1} << 20;
+  // A record (with the empty lines before it) longer than this is refused rather than buffered:
+  // no sequencer writes one, and a file without line ends must not take all memory.
+  std::size_t maxRecordBytes = std::size_t{256} << 20;
 };
 
 // Parses the whole of `source` (already decompressed text), handing every record to `sink` in
