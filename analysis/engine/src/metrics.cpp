@@ -99,8 +99,14 @@ struct SampleMetrics::Impl {
   std::size_t maxQualityLength = 0;
   std::vector<std::uint64_t> lengthCounts;
 
-  std::vector<std::uint64_t> bases;    // [position * kBaseStride + class]
-  std::vector<std::uint64_t> quality;  // [position * kQualStride + code - 33]
+  // Per-position counters: 16-bit working copies keep the hot arrays a quarter of the size (150
+  // positions of quality codes fit the first-level cache); they are folded into the 64-bit totals
+  // before any could overflow (each read adds at most 1 to a counter) and at the end.
+  std::vector<std::uint16_t> basesRecent;    // [position * kBaseStride + class]
+  std::vector<std::uint16_t> qualityRecent;  // [position * kQualStride + code - 33]
+  std::vector<std::uint64_t> bases;
+  std::vector<std::uint64_t> quality;
+  std::uint64_t readsSinceFold = 0;
   std::array<std::uint64_t, kCodeRange> readMeanCodes{};  // per-read (sum of codes) div length
   std::array<std::uint64_t, kCodeRange> lastTenCodes{};
   std::uint64_t lowComplexity = 0;
@@ -117,6 +123,16 @@ struct SampleMetrics::Impl {
   void add(const FastqRecord& r);
   std::vector<std::string> finish(const std::string& sampleName);
 
+  void fold() {
+    bases.resize(basesRecent.size(), 0);
+    quality.resize(qualityRecent.size(), 0);
+    for (std::size_t i = 0; i < basesRecent.size(); ++i) bases[i] += basesRecent[i];
+    for (std::size_t i = 0; i < qualityRecent.size(); ++i) quality[i] += qualityRecent[i];
+    std::fill(basesRecent.begin(), basesRecent.end(), std::uint16_t{0});
+    std::fill(qualityRecent.begin(), qualityRecent.end(), std::uint16_t{0});
+    readsSinceFold = 0;
+  }
+
   const GcModel& gcModel(std::size_t length) {
     if (lastGcModel == nullptr || lastGcLength != length) {
       auto it = gcModels.find(length);
@@ -129,24 +145,30 @@ struct SampleMetrics::Impl {
 };
 
 void SampleMetrics::Impl::add(const FastqRecord& r) {
+  if (++readsSinceFold == std::numeric_limits<std::uint16_t>::max()) fold();
   ++reads;
   const std::size_t ls = r.sequence.size();
   const std::size_t lq = r.quality.size();
   const auto* s = reinterpret_cast<const unsigned char*>(r.sequence.data());
   const auto* q = reinterpret_cast<const unsigned char*>(r.quality.data());
 
+  // The duplicate table is larger than the caches: ask for its slot now, use it last.
+  const std::string_view key = r.sequence.substr(0, std::min(ls, kKeyLength));
+  const std::uint64_t keyHash = DuplicateTable::hash(key);
+  duplicates.prefetch(keyHash);
+
   totalBases += ls;
   minLength = std::min(minLength, ls);
   if (ls > maxLength) {
     maxLength = ls;
-    bases.resize((ls + 1) * kBaseStride, 0);
+    basesRecent.resize(ls * kBaseStride, 0);
   }
   if (ls >= lengthCounts.size()) lengthCounts.resize(ls + 1, 0);
   ++lengthCounts[ls];
 
   // Per-position classes, and the G/C count over the part the GC module judges.
   const std::size_t kept = gcKeptLength(ls);
-  std::uint64_t* b = bases.data();
+  std::uint16_t* b = basesRecent.data();
   std::size_t gc = 0;
   std::size_t i = 0;
   for (; i < kept; ++i) {
@@ -166,15 +188,14 @@ void SampleMetrics::Impl::add(const FastqRecord& r) {
     if (10 * diff < 3 * (ls - 1)) ++lowComplexity;
   }
 
-  duplicates.add(r.sequence.substr(0, std::min(ls, kKeyLength)));
   adapters.add(r.sequence);
 
   if (lq > 0) {
     if (lq > maxQualityLength) {
       maxQualityLength = lq;
-      quality.resize(lq * kQualStride, 0);
+      qualityRecent.resize(lq * kQualStride, 0);
     }
-    std::uint64_t* h = quality.data();
+    std::uint16_t* h = qualityRecent.data();
     std::uint64_t sum = 0;
     for (std::size_t j = 0; j < lq; ++j) {
       const unsigned c = q[j];
@@ -185,9 +206,11 @@ void SampleMetrics::Impl::add(const FastqRecord& r) {
     for (std::size_t j = lq > 10 ? lq - 10 : 0; j < lq; ++j) ++lastTenCodes[q[j]];
   }
   tiles.add(r.header, r.quality);
+  duplicates.add(key, keyHash);
 }
 
 std::vector<std::string> SampleMetrics::Impl::finish(const std::string& sampleName) {
+  fold();
   std::vector<std::string> row(27);
   row[0] = sampleName;
   row[1] = adapterKeyword(adapterSetting);

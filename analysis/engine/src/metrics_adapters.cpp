@@ -38,21 +38,21 @@ AdapterScanner::AdapterScanner(std::vector<std::string> adapters)
   if (adapters_.empty() || adapters_.size() > 8) throw std::invalid_argument("adapter list size");
   length_ = adapters_.front().size();
   if (length_ == 0 || length_ > 12) throw std::invalid_argument("adapter length");
-  codeMask_ = static_cast<std::uint32_t>((std::uint64_t{1} << (2 * length_)) - 1);
-  // The check key is the last min(6, length) bases; shorter adapters use fewer bits of it.
-  const std::size_t tailBases = std::min<std::size_t>(6, length_);
-  const std::uint32_t tailMask = (1u << (2 * tailBases)) - 1;
+  codeMask_ = (std::uint64_t{1} << (3 * length_)) - 1;
+  for (std::size_t k = 0; k < length_; ++k) emptyWindow_ = (emptyWindow_ << 3) | 4;
+  // The quick check looks at the last min(4, length) bases of the window (12 bits).
+  const std::size_t tailBases = std::min<std::size_t>(4, length_);
+  const std::uint32_t tailMask = (1u << (3 * tailBases)) - 1;
   for (std::size_t a = 0; a < adapters_.size(); ++a) {
     const std::string& s = adapters_[a];
     if (s.size() != length_) throw std::invalid_argument("adapters of different lengths");
-    std::uint32_t code = 0;
+    std::uint64_t code = 0;
     for (char c : s) {
       const std::uint8_t b = kBases.code[static_cast<unsigned char>(c)];
       if (b > 3) throw std::invalid_argument("adapter base");
-      code = (code << 2) | b;
+      code = (code << 3) | b;
     }
     codes_.push_back(code);
-    // Every 12-bit index whose low bits match this tail points at the adapter.
     for (std::uint32_t idx = 0; idx < 4096; ++idx) {
       if ((idx & tailMask) == (code & tailMask)) tailMask_[idx] |= static_cast<std::uint8_t>(1u << a);
     }
@@ -72,22 +72,20 @@ void AdapterScanner::add(std::string_view sequence) {
   const auto* s = reinterpret_cast<const unsigned char*>(sequence.data());
   const std::uint8_t all = static_cast<std::uint8_t>((1u << adapters_.size()) - 1);
   std::uint8_t found = 0;
-  std::uint32_t code = 0;
-  std::size_t run = 0;  // consecutive A/C/G/T bases ending here
+  std::uint64_t code = emptyWindow_;
   for (std::size_t i = 0; i < len; ++i) {
-    const std::uint8_t b = kBases.code[s[i]];
-    code = ((code << 2) | (b & 3)) & codeMask_;
-    run = b < 4 ? run + 1 : 0;
-    if (run < length_) continue;
+    code = (code << 3) | kBases.code[s[i]];
     std::uint8_t candidates = tailMask_[code & 4095] & static_cast<std::uint8_t>(~found);
-    while (candidates != 0) {
+    if (candidates == 0) continue;
+    const std::uint64_t window = code & codeMask_;
+    do {
       const unsigned a = static_cast<unsigned>(__builtin_ctz(candidates));
       candidates &= static_cast<std::uint8_t>(candidates - 1);
-      if (codes_[a] == code) {
+      if (codes_[a] == window) {
         found |= static_cast<std::uint8_t>(1u << a);
         ++hits_[a][i + 1 - length_];
       }
-    }
+    } while (candidates != 0);
     if (found == all) break;
   }
 }

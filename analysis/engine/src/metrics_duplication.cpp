@@ -26,8 +26,10 @@ inline std::uint64_t mix(std::uint64_t h) {
   return h;
 }
 
+}  // namespace
+
 // Keys are short (at most 50 bytes), so a word-at-a-time multiply-rotate hash is plenty.
-inline std::uint64_t hashKey(std::string_view key) {
+std::uint64_t DuplicateTable::hash(std::string_view key) {
   const char* p = key.data();
   std::size_t n = key.size();
   std::uint64_t h = 0x9E3779B97F4A7C15ULL ^ (n * 0x100000001B3ULL);
@@ -46,13 +48,14 @@ inline std::uint64_t hashKey(std::string_view key) {
   return mix(h);
 }
 
-}  // namespace
-
 DuplicateTable::DuplicateTable() : slots_(kSlotCount, 0) {}
 
-void DuplicateTable::add(std::string_view key) {
+void DuplicateTable::prefetch(std::uint64_t keyHash) const {
+  __builtin_prefetch(&slots_[static_cast<std::size_t>(keyHash) & (kSlotCount - 1)]);
+}
+
+void DuplicateTable::add(std::string_view key, std::uint64_t h) {
   ++total_;
-  const std::uint64_t h = hashKey(key);
   const std::uint64_t tag = h >> 32;
   std::size_t slot = static_cast<std::size_t>(h) & (kSlotCount - 1);
   for (;;) {

@@ -104,7 +104,11 @@ class DuplicateTable {
  public:
   DuplicateTable();
   // Counts one read. `key` is at most kKeyLength bytes.
-  void add(std::string_view key);
+  void add(std::string_view key) { add(key, hash(key)); }
+  // The same in two steps: hash and prefetch the slot early, count once the line has arrived.
+  static std::uint64_t hash(std::string_view key);
+  void prefetch(std::uint64_t keyHash) const;
+  void add(std::string_view key, std::uint64_t keyHash);
 
   std::uint64_t totalReads() const { return total_; }
   // Read number at which the table froze, or the total when it never did.
@@ -155,10 +159,13 @@ class AdapterScanner {
 
  private:
   std::vector<std::string> adapters_;
-  std::vector<std::uint32_t> codes_;
-  std::array<std::uint8_t, 4096> tailMask_{};  // last six bases -> adapters ending with them
+  // Bases are packed 3 bits each (A/C/G/T 0..3, anything else 4), so a window holding a non-ACGT
+  // character can never equal an adapter and no separate run length is needed.
+  std::vector<std::uint64_t> codes_;
+  std::array<std::uint8_t, 4096> tailMask_{};  // last four bases -> adapters ending with them
   std::size_t length_ = 0;
-  std::uint32_t codeMask_ = 0;
+  std::uint64_t codeMask_ = 0;
+  std::uint64_t emptyWindow_ = 0;  // every slot 4: no match before the window is full
   std::size_t longest_ = 0;  // R: longest read so far that was longer than the adapters
   std::uint64_t total_ = 0;
   // hits_[a][j]: reads whose first occurrence of adapter a starts at 0-based j (counted only once

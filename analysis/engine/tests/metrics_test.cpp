@@ -446,6 +446,19 @@ TEST(MetricsOwn, QcScoreCountsPresentVerdicts) {
   EXPECT_EQ(r[col("qc_score")], "55.00");
 }
 
+TEST(MetricsObject, CountersSurviveManyReadsAtOnePosition) {
+  // 70 000 reads "A" at Q20 then 1 000 reads "C" at Q30: more reads at one position than a
+  // 16-bit counter holds. GC = 1000 / 71000 = 1.408 % -> 1.40; mean Phred (70000 * 20 + 1000 *
+  // 30) / 71000 = 20.1408 -> 20.14; per-position median of 71 000 values is Q20 (< 25 -> warn).
+  std::vector<Read> reads = repeat(read("A", '5'), 70000);
+  for (int i = 0; i < 1000; ++i) reads.push_back(read("C", '?'));
+  const Row r = run(reads);
+  EXPECT_EQ(r[col("GC")], "1.40");
+  EXPECT_EQ(r[col("mean_phred_all_reads")], "20.14");
+  EXPECT_EQ(r[col("median_phred_first_10bp")], "20.00");
+  EXPECT_EQ(r[col("per_base_sequence_quality")], "warn");
+}
+
 TEST(MetricsObject, MovedAccumulatorKeepsItsState) {
   SampleMetrics a(MetricsOptions{});
   a.add(FastqRecord{"@r", "ACGT", "IIII"});
