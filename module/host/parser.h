@@ -213,7 +213,7 @@ class ZORV_HOST_API UniversalParser {
   UniversalParser(const UniversalParser&) = delete;
   UniversalParser& operator=(const UniversalParser&) = delete;
 
-  // Parses the tokens against the descriptor into the spec. 0 on success; non-zero when the
+  // Parses the tokens against the descriptor into the CommandSpec. 0 on success; non-zero when the
   // command broke the grammar, after the errors have been reported to the host's client.
   int getCommandSpecifications();
 

@@ -2,7 +2,7 @@
 //
 // The parser is a recursive descent over the tokens, driven entirely by the descriptors: nothing
 // here knows any particular command. The first fault ends the parse; it is reported once to the
-// host's client with its position and the offending token, and the spec is left empty so that a
+// host's client with its position and the offending token, and the CommandSpec is left empty so that a
 // procedure that ignored the result would still find nothing to interpret.
 #include <climits>
 #include <string>
