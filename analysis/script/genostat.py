@@ -470,20 +470,27 @@ def run(argv, progress_stream=None):
     return code
 
 
+STOP_SIGNALS = tuple(getattr(signal, name) for name in ("SIGTERM", "SIGINT", "SIGHUP")
+                     if hasattr(signal, name))
+
+
+def _ignore_stop_signals():
+    for signum in STOP_SIGNALS:
+        signal.signal(signum, signal.SIG_IGN)
+
+
 def _raise_interrupted(signum, _frame):
+    # One interruption is enough: a second one must not cut the clean-up short.
+    _ignore_stop_signals()
     raise Interrupted(signum)
 
 
 def main():
-    for name in ("SIGTERM", "SIGINT", "SIGHUP"):
-        if hasattr(signal, name):
-            signal.signal(getattr(signal, name), _raise_interrupted)
+    for signum in STOP_SIGNALS:
+        signal.signal(signum, _raise_interrupted)
     progress_stream = sys.stderr if sys.stderr is not None and sys.stderr.isatty() else None
     code = run(sys.argv[1:], progress_stream)
-    # Further signals must not turn a finished job into a traceback.
-    for name in ("SIGTERM", "SIGINT", "SIGHUP"):
-        if hasattr(signal, name):
-            signal.signal(getattr(signal, name), signal.SIG_IGN)
+    _ignore_stop_signals()  # a finished job ends with its own code, not a traceback
     return code
 
 

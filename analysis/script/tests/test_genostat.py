@@ -325,6 +325,15 @@ class ResultTest(ScriptCase):
         self.assertFalse(os.path.exists(self.csv + ".part"))
         self.assertTrue(os.path.isdir(self.csv))
 
+    def test_result_folder_that_does_not_exist_is_9_with_nowhere_for_details(self):
+        fq = write_fastq(os.path.join(self.data, "a.fq"))
+        csv = os.path.join(self.tmp, "gone", "out.csv")
+        result = self.run_job(job(csv, files=[fq]),
+                              mode="exit:73:genostat-qc: error: %s.part: cannot create" % csv)
+        self.assertEqual(result.returncode, 9)
+        self.assertFalse(os.path.exists(os.path.dirname(csv)))
+        self.assertIn(b"cannot write the error details", result.stderr)
+
     def test_error_file_name_cuts_at_the_last_dot_of_the_whole_path(self):
         self.assertEqual(genostat.error_file_path("/tmp/1.csv"), "/tmp/1.error")
         self.assertEqual(genostat.error_file_path("/tmp/run.2/out"), "/tmp/run.error")
