@@ -22,7 +22,8 @@ constexpr std::size_t kBaseStride = 8;  // six classes, padded so a position fil
 
 // Quality characters are printable ASCII '!'..'~' (checked by the reader): 94 codes.
 constexpr unsigned kLowestCode = 33;
-constexpr std::size_t kQualStride = 96;
+constexpr std::size_t kQualCodes = 94;   // '!'..'~'
+constexpr std::size_t kQualStride = 96;  // padded
 constexpr std::size_t kCodeRange = 128;
 
 struct ClassTable {
@@ -246,7 +247,7 @@ std::vector<std::string> SampleMetrics::Impl::finish(const std::string& sampleNa
   std::vector<std::uint64_t> allCodes(kCodeRange, 0);
   std::vector<std::uint64_t> firstTen(kCodeRange, 0);
   for (std::size_t p = 0; p < maxQualityLength; ++p) {
-    for (std::size_t c = 0; c < kQualStride; ++c) {
+    for (std::size_t c = 0; c < kQualCodes; ++c) {
       const std::uint64_t n = quality[p * kQualStride + c];
       allCodes[c + kLowestCode] += n;
       if (p < 10) firstTen[c + kLowestCode] += n;
@@ -278,14 +279,14 @@ std::vector<std::string> SampleMetrics::Impl::finish(const std::string& sampleNa
       for (std::size_t pos = g.first; pos <= g.last; ++pos) {
         const std::uint64_t* h = &quality[(pos - 1) * kQualStride];
         std::uint64_t n = 0;
-        for (std::size_t c = 0; c < kQualStride; ++c) n += h[c];
+        for (std::size_t c = 0; c < kQualCodes; ++c) n += h[c];
         if (n <= 100) continue;
         const std::uint64_t t25 = n * 25 / 100;
         const std::uint64_t t50 = n * 50 / 100;
         std::uint64_t running = 0;
         bool have25 = false;
         for (std::size_t code = offset; code < kCodeRange; ++code) {
-          if (code >= kLowestCode && code - kLowestCode < kQualStride) running += h[code - kLowestCode];
+          if (code >= kLowestCode && code - kLowestCode < kQualCodes) running += h[code - kLowestCode];
           if (!have25 && running >= t25) {
             lqSum += code - offset;
             have25 = true;
