@@ -337,9 +337,9 @@ class ProgressLine:
         self.shown = False
         self.last = 0.0
 
-    def show(self, text, force=False):
+    def show(self, text):
         now = time.monotonic()
-        if not force and now - self.last < PROGRESS_INTERVAL_SECONDS:
+        if now - self.last < PROGRESS_INTERVAL_SECONDS:
             return
         self.last = now
         self.stream.write("\r\033[K" + text)

@@ -1,10 +1,7 @@
 #include "fqgen.h"
 
 #include <gtest/gtest.h>
-#include <zlib.h>
 
-#include <cstdio>
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
@@ -224,51 +221,6 @@ TEST(FqgenOutput, ProfilesDifferAndStayPhred33) {
     for (char c : r.quality) lowest = std::min(lowest, c);
   }
   EXPECT_LT(lowest, '@');
-}
-
-class FqgenFile : public ::testing::Test {
- protected:
-  void SetUp() override {
-    path_ = ::testing::TempDir() + "fqgen_test_" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name();
-  }
-  void TearDown() override { std::remove(path_.c_str()); }
-  std::string path_;
-};
-
-TEST_F(FqgenFile, GzipOutputHoldsTheSameText) {
-  Options o;
-  o.reads = 20000;  // several write chunks
-  o.output = path_;
-  o.gzipLevel = 1;
-  std::string error;
-  ASSERT_TRUE(writeFastq(o, error)) << error;
-  gzFile in = gzopen(path_.c_str(), "rb");
-  ASSERT_NE(in, nullptr);
-  std::string text;
-  char buffer[65536];
-  int n;
-  while ((n = gzread(in, buffer, sizeof buffer)) > 0) text.append(buffer, static_cast<std::size_t>(n));
-  gzclose(in);
-  EXPECT_EQ(text, generate(o));
-
-  o.gzipLevel = 0;
-  ASSERT_TRUE(writeFastq(o, error)) << error;
-  std::ifstream plain(path_, std::ios::binary);
-  std::ostringstream content;
-  content << plain.rdbuf();
-  EXPECT_EQ(content.str(), text);
-}
-
-TEST_F(FqgenFile, UnwritableOutputIsReportedWithItsName) {
-  Options o;
-  o.output = path_ + "/missing-folder/x.fq";
-  for (int level : {0, 6}) {
-    o.gzipLevel = level;
-    std::string error;
-    EXPECT_FALSE(writeFastq(o, error));
-    EXPECT_EQ(error.rfind(o.output + ": ", 0), 0u) << error;
-  }
 }
 
 }  // namespace

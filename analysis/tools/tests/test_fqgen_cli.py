@@ -45,10 +45,13 @@ class FqgenCommandLineTest(unittest.TestCase):
 
     def test_unwritable_output_is_73_naming_it(self):
         target = os.path.join(self.tmp, "no", "such", "dir.fq")
-        result = self.run_fqgen("--reads", "5", "--output", target)
-        self.assertEqual(result.returncode, 73)
-        self.assertTrue(result.stderr.decode().startswith("genostat-fqgen: error: %s: " % target))
-        self.assertFalse(os.path.exists(target))
+        for extra in ([], ["--gzip"]):
+            with self.subTest(extra=extra):
+                result = self.run_fqgen("--reads", "5", "--output", target, *extra)
+                self.assertEqual(result.returncode, 73)
+                self.assertTrue(result.stderr.decode().startswith(
+                    "genostat-fqgen: error: %s: " % target))
+                self.assertFalse(os.path.exists(target))
 
     def test_help_prints_the_options(self):
         result = self.run_fqgen("--reads", "5", "--help")
