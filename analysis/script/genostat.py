@@ -208,15 +208,15 @@ def checked_custom_sequence(job):
 
 def check_readable_file(path):
     """Code 2 for a missing path or a folder given as a file, code 7 when it cannot be read."""
+    if os.path.isdir(path):  # before opening: Windows calls opening a folder "permission denied"
+        raise JobError(EXIT_NOT_FOUND, " " + path)
     try:
-        with open(path, "rb"):
-            pass
-    except (FileNotFoundError, IsADirectoryError, NotADirectoryError):
+        # Non-blocking, so that a named pipe given as input cannot hang the check.
+        os.close(os.open(path, os.O_RDONLY | getattr(os, "O_NONBLOCK", 0)))
+    except (FileNotFoundError, NotADirectoryError):
         raise JobError(EXIT_NOT_FOUND, " " + path)
     except PermissionError:
         raise JobError(EXIT_PERMISSION, " " + path)
-    if os.path.isdir(path):  # Windows opens no folder, but says "permission denied" for one
-        raise JobError(EXIT_NOT_FOUND, " " + path)
 
 
 def folder_fastq_files(folder):

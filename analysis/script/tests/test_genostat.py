@@ -170,6 +170,12 @@ class InputTest(ScriptCase):
         self.assertEqual(call[call.index("--output") + 1], self.csv + ".part")
         self.assertEqual(call[call.index("--output") + 2:], paths)
 
+    def test_named_pipe_is_checked_without_waiting_for_a_writer(self):
+        fifo = os.path.join(self.data, "live.fq")
+        os.mkfifo(fifo)
+        result = self.run_job(job(self.csv, files=[fifo]))  # the run's time-out catches a hang
+        self.assertEqual(result.returncode, 0, result.stderr)
+
     def test_relative_name_starting_with_a_dash_is_not_an_option(self):
         write_fastq(os.path.join(self.data, "-n.fq"))
         env_cwd = os.getcwd()
@@ -209,14 +215,14 @@ class PermissionInProcessTest(ScriptCase):
 
     def test_unreadable_file_is_7(self):
         fq = write_fastq(os.path.join(self.data, "a.fq"))
-        real_open = open
+        real_open = os.open
 
         def guarded_open(path, *args, **kwargs):
             if path == fq:
                 raise PermissionError(13, "denied", path)
             return real_open(path, *args, **kwargs)
 
-        with mock.patch("builtins.open", guarded_open):
+        with mock.patch.object(genostat.os, "open", guarded_open):
             code = self.run_in_process(job(self.csv, files=[fq]))
         self.assertEqual(code, 7)
         self.assertEqual(self.details(), {"RESOURCE_PATH": " " + fq})
