@@ -1,8 +1,13 @@
 // The manager's lifecycle: one instance for every thread, a fresh manager's state, shutdown.
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
+#include <dlfcn.h>
+#endif
+
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <thread>
 #include <vector>
@@ -53,18 +58,34 @@ void forget() {
 
 }  // namespace jobs_test::freewatch
 
-void* operator new(std::size_t size) {
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
+#ifndef _WIN32
+// Only delete is replaced, and it hands every pointer on to the definition it displaces (the
+// standard library's, or a sanitizer's), so allocation and release stay one matched pair.
+namespace {
+using DeleteFunction = void (*)(void*);
+using SizedDeleteFunction = void (*)(void*, std::size_t);
+
+template <typename Function>
+Function nextDefinition(const char* name) {
+  static_assert(sizeof(Function) == sizeof(void*), "function pointers are plain addresses here");
+  void* symbol = ::dlsym(RTLD_NEXT, name);
+  Function function = nullptr;
+  std::memcpy(&function, &symbol, sizeof function);
+  return function;
 }
+}  // namespace
+
 void operator delete(void* p) noexcept {
+  static const DeleteFunction next = nextDefinition<DeleteFunction>("_ZdlPv");
   jobs_test::freewatch::noteFree(p);
-  std::free(p);
+  next(p);
 }
-void operator delete(void* p, std::size_t) noexcept {
+void operator delete(void* p, std::size_t size) noexcept {
+  static const SizedDeleteFunction next = nextDefinition<SizedDeleteFunction>("_ZdlPvm");
   jobs_test::freewatch::noteFree(p);
-  std::free(p);
+  next(p, size);
 }
+#endif  // _WIN32: the free watch sees nothing there yet
 
 // ---- tests -------------------------------------------------------------------------------------
 
