@@ -33,6 +33,9 @@ class ZORV_HOST_API ACAVarValidSpecs {
   ~ACAVarValidSpecs();
   ACAVarValidSpecs(const ACAVarValidSpecs&) = delete;
   ACAVarValidSpecs& operator=(const ACAVarValidSpecs&) = delete;
+  bool listwise() const { return listwise_; }
+  bool includeUserMissing() const { return includeUserMissing_; }
+  bool includeSystemMissing() const { return includeSystemMissing_; }
 
  private:
   bool listwise_, includeUserMissing_, includeSystemMissing_;
@@ -45,6 +48,7 @@ class ZORV_HOST_API OPSCommonOutput {
   ~OPSCommonOutput();
   OPSCommonOutput(const OPSCommonOutput&) = delete;
   OPSCommonOutput& operator=(const OPSCommonOutput&) = delete;
+  BpProcedure* procedure() const { return procedure_; }
 
  private:
   BpProcedure* procedure_;
@@ -59,6 +63,7 @@ class ZORV_HOST_API StatJSONConverter {
 
   // Renders a procedure JSON (as getProcedureStatJSON() makes it) into the host's output.
   void generateOutput(const std::string& procedureJson);
+  BpProcedure* procedure() const { return procedure_; }
 
  private:
   BpProcedure* procedure_;
@@ -97,6 +102,7 @@ class ZORV_HOST_API Cell {
   Cell& operator=(const Cell&) = delete;
   void setValue(const std::string& value);
   const std::string& value() const { return value_; }
+  int cellType() const { return cellType_; }
 
  private:
   int cellType_;

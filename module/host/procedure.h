@@ -13,6 +13,7 @@ class ZORV_HOST_API BpProcedure {
   BpProcedure(const BpProcedure&) = delete;
   BpProcedure& operator=(const BpProcedure&) = delete;
   const std::string& name() const;
+  int kind() const { return kind_; }
 
  private:
   std::string name_;
