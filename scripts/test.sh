@@ -50,7 +50,7 @@ configure_and_build tsan -DCMAKE_BUILD_TYPE=Debug -DGENOSTAT_WERROR=ON -DGENOSTA
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_ctest "threaded tests (thread)" tsan -L threads
 
 echo "== build: fuzzers (clang, libFuzzer)"
-configure_and_build fuzz -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+configure_and_build fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DBUILD_TESTING=OFF -DGENOSTAT_FUZZ=ON -DGENOSTAT_SANITIZE=address,undefined
 fuzz() {  # <binary> <seed corpus dir> <seconds> [libFuzzer flags...]
   local bin=$1 seeds=$2 seconds=$3
@@ -58,7 +58,9 @@ fuzz() {  # <binary> <seed corpus dir> <seconds> [libFuzzer flags...]
   local work="$root/build/fuzz/corpus-$(basename "$bin")"
   mkdir -p "$work"
   echo "== fuzz: $(basename "$bin"), ${seconds}s from $seeds"
-  if "$root/build/fuzz/bin/$bin" -max_total_time="$seconds" -print_final_stats=1 "$@" "$work" "$seeds" \
+  # The scratch corpus comes first so that new inputs land there, not in the source tree.
+  if "$root/build/fuzz/bin/$bin" -max_total_time="$seconds" -print_final_stats=1 \
+       -artifact_prefix="$work/" "$@" "$work" "$seeds" \
        >"$root/build/fuzz/$bin.log" 2>&1; then
     summary+=("fuzz $bin: passed (${seconds}s)")
   else
@@ -67,7 +69,8 @@ fuzz() {  # <binary> <seed corpus dir> <seconds> [libFuzzer flags...]
     failures+=("fuzz $bin")
   fi
 }
-FUZZ_TARGETS_PLACEHOLDER
+fuzz fuzz_parser "$root/refhost/parser/fuzz-corpus" "$GENOSTAT_FUZZ_SECONDS" -max_len=4096 -timeout=10
+FUZZ_READER_PLACEHOLDER
 
 echo
 echo "== summary"
