@@ -69,24 +69,55 @@ void AdapterScanner::add(std::string_view sequence) {
   }
   if (longest_ == 0 || len < length_) return;  // nothing is counted until some read is long enough
 
+  // Two lanes scan the first and the second half of the read side by side: each window update
+  // depends on the previous one, so two independent chains keep the core twice as busy. Lane A
+  // sees windows ending in [0, mid), lane B those ending in [mid, len); a hit in lane A is
+  // always the earlier one.
   const auto* s = reinterpret_cast<const unsigned char*>(sequence.data());
-  const std::uint8_t all = static_cast<std::uint8_t>((1u << adapters_.size()) - 1);
-  std::uint8_t found = 0;
-  std::uint64_t code = emptyWindow_;
-  for (std::size_t i = 0; i < len; ++i) {
-    code = (code << 3) | kBases.code[s[i]];
-    std::uint8_t candidates = tailMask_[code & 4095] & static_cast<std::uint8_t>(~found);
-    if (candidates == 0) continue;
+  const auto& codeOf = kBases.code;
+  const std::size_t mid = len / 2;
+  std::array<std::size_t, 8> firstA{};
+  std::array<std::size_t, 8> firstB{};
+  std::uint8_t foundA = 0;
+  std::uint8_t foundB = 0;
+  auto match = [&](std::uint64_t code, std::size_t end, std::uint8_t candidates, std::uint8_t& found,
+                   std::array<std::size_t, 8>& first) {
     const std::uint64_t window = code & codeMask_;
     do {
       const unsigned a = static_cast<unsigned>(__builtin_ctz(candidates));
       candidates &= static_cast<std::uint8_t>(candidates - 1);
       if (codes_[a] == window) {
         found |= static_cast<std::uint8_t>(1u << a);
-        ++hits_[a][i + 1 - length_];
+        first[a] = end;
       }
     } while (candidates != 0);
-    if (found == all) break;
+  };
+  std::uint64_t codeA = emptyWindow_;
+  std::uint64_t codeB = emptyWindow_;
+  for (std::size_t i = mid >= length_ - 1 ? mid - (length_ - 1) : 0; i < mid; ++i) {
+    codeB = (codeB << 3) | codeOf[s[i]];
+  }
+  for (std::size_t i = 0; i < mid; ++i) {
+    codeA = (codeA << 3) | codeOf[s[i]];
+    codeB = (codeB << 3) | codeOf[s[mid + i]];
+    const std::uint8_t candA = tailMask_[codeA & 4095] & static_cast<std::uint8_t>(~foundA);
+    const std::uint8_t candB = tailMask_[codeB & 4095] & static_cast<std::uint8_t>(~foundB);
+    if ((candA | candB) == 0) continue;
+    if (candA != 0) match(codeA, i, candA, foundA, firstA);
+    if (candB != 0) match(codeB, mid + i, candB, foundB, firstB);
+  }
+  if (len % 2 == 1) {
+    codeB = (codeB << 3) | codeOf[s[len - 1]];
+    const std::uint8_t candB = tailMask_[codeB & 4095] & static_cast<std::uint8_t>(~foundB);
+    if (candB != 0) match(codeB, len - 1, candB, foundB, firstB);
+  }
+  for (std::size_t a = 0; a < adapters_.size(); ++a) {
+    const std::uint8_t bit = static_cast<std::uint8_t>(1u << a);
+    if (foundA & bit) {
+      ++hits_[a][firstA[a] + 1 - length_];
+    } else if (foundB & bit) {
+      ++hits_[a][firstB[a] + 1 - length_];
+    }
   }
 }
 
