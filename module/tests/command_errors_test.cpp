@@ -29,8 +29,9 @@ TEST(CommandErrorTest, EveryCodeHasItsText) {
       "Maximum limit for automatic job names exceeded. It should not be more than 100",
       "Invalid job name",
       "Duplicate job name",
-      "GENOSTAT procedure is not supported in command-line mode. Please use the interactive ZORV "
-      "Statistics client.",
+      // clang-format off
+      "GENOSTAT procedure is not supported in command-line mode. Please use the interactive ZORV Statistics client.",
+      // clang-format on
       "Error generating automatic job name",
       "Incompatible parameters",
       "Mutually exclusive parameters",

@@ -1,6 +1,7 @@
 // GENOSTAT as the host calls it: command text in; errors, queue, client messages and output out.
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -147,6 +148,16 @@ TEST_F(EntryTest, ExhaustedAutomaticNamesReadAsCode20) {
   refused(submit("AUTO"),
           "Error generating automatic job name: Maximum limit for automatic job names exceeded. It should not "
           "be more than 100");
+}
+
+TEST_F(EntryTest, FailureAfterHandingOnStaysInsideTheModule) {
+  // A client that fails while being told of the queued job: the exception must not reach the
+  // host's C caller; the user reads code 0's text and the manager keeps the record it was given.
+  zorvhost::attachClient(true, [](int32_t, const void*) { throw std::runtime_error("client is gone"); });
+  EXPECT_EQ(run(submit("kept")), std::vector<std::string>{"Unknown error occurred"});
+  EXPECT_EQ(queued(), std::vector<std::string>{"kept"});
+  zorvhost::detachClient();
+  refused(submit("kept"), "Duplicate job name");
 }
 
 // ---- pre-checks ----------------------------------------------------------------------------
