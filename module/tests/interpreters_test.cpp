@@ -98,14 +98,6 @@ TEST_F(InterpretersTest, PrintReadsCountsAndSkipsFileAndNameChecks) {
   EXPECT_TRUE(record_.fastqFolder.empty());
 }
 
-TEST_F(InterpretersTest, PrintWithoutParametersStoresZeros) {
-  expectClean("GENOSTAT /PRINT.");
-  EXPECT_EQ(record_.sampleCount, 0);
-  EXPECT_EQ(record_.variableCount, 0);
-  EXPECT_EQ(record_.messageCode, 0);
-  EXPECT_EQ(record_.mode, JobMode::Print);
-}
-
 TEST_F(InterpretersTest, DeleteWinsOverPrint) {
   expectClean("GENOSTAT /PRINT SAMPLE_COUNT=1 /DELETE FILE='/tmp/x.csv'.");
   EXPECT_EQ(record_.mode, JobMode::Delete);
