@@ -11,6 +11,7 @@ packages=(
   libgtest-dev libgmock-dev         # unit tests
   zlib1g-dev libisal-dev libbz2-dev # the engine's decompressors
   pigz                              # gzip/BGZF-style test inputs for the engine
+  time                              # peak memory figures of the benchmark
 )
 
 missing=()
