@@ -233,18 +233,15 @@ void Console::runStream(int fd, const std::string& where) {
       }
       pending.append(buf, static_cast<size_t>(got));
       size_t eol;
-      bool ranSomething = false;
       while (!quit_ && (eol = pending.find('\n')) != std::string::npos) {
         std::string line = pending.substr(0, eol);
         pending.erase(0, eol + 1);
         for (const auto& chunk : assembler.addLine(line)) {
           handle(chunk, where);
-          ranSomething = true;
           if (quit_) break;
         }
         if (interactive_ && !quit_) prompt();
       }
-      (void)ranSomething;
     }
   }
   if (!quit_) {

@@ -80,6 +80,7 @@ class SourcesAndEvents(ZorvTestCase):
     def test_events_dash_leaves_only_json_on_standard_output(self):
         r = self.zorv("--no-wait", "--events", "-", "-e",
                       "DESCRIPTIVES VARIABLES=GC.\n" + self.job("a") + "\n"
+                      "GENOSTAT /PRINT SAMPLE_COUNT=1 /JOB NAME='a'.\n"
                       "GENOSTAT /JOB FILE='%s'.\n" % os.path.join(self.dir, "missing.fq"))
         self.assertEqual(r.returncode, 1)
         events = events_of(r.stdout)  # raises if anything else got onto stdout
