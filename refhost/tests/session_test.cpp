@@ -17,7 +17,6 @@
 #include "host/messages.h"
 #include "host/paths.h"
 #include "host/platform.h"
-#include "host/procedure.h"
 #include "host/tokens.h"
 
 namespace {
@@ -204,14 +203,6 @@ TEST(HostPlatform, CaseInsensitiveCompareFoldsAsciiLettersOnly) {
   EXPECT_NE(ZORVMBstricmp_A("\xC3\x84", "\xC3\xA4"), 0);
   // High bytes sort above ASCII, as unsigned bytes.
   EXPECT_GT(ZORVMBstricmp_A("\xC3", "z"), 0);
-}
-
-TEST(HostProcedure, ObjectsKeepWhatTheyWereGiven) {
-  BpProcedure procedure("GENOSTAT", 10);
-  EXPECT_EQ(procedure.name(), "GENOSTAT");
-  BpProcedure unnamed(nullptr, 10);
-  EXPECT_EQ(unnamed.name(), "");
-  ProcedureDataSource source;
 }
 
 TEST(HostCommonBlocks, EveryAccessorGivesItsOwnBlock) {
