@@ -15,10 +15,13 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <list>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "entry/GenoJobSettings.h"
 #include "jobs/export.h"
@@ -101,6 +104,10 @@ class GENOSTAT_API GenoStatAlgoManager {
   rapidjson::Document readErrorDetails(const std::string& resultPath);
   static std::string replacePlaceholders(const std::string& text, const rapidjson::Document& details);
   std::string getTranslatedErrorMessage(const std::string& key) const;
+  // [worker][locks] Keeps the filled failure text of an ended job for its /PRINT.
+  void storeFailureMessage(const std::string& printJobName, int32_t messageCode, const std::string& text);
+  // [command][locks] The kept text for the /PRINT of that name and code, forgotten once taken (FIFO per key).
+  bool takeFailureMessage(const std::string& printJobName, int32_t messageCode, std::string& text);
 
   static std::once_flag m_initFlag;
   static std::atomic<GenoStatAlgoManager*> m_pAlgoMgr;
@@ -114,6 +121,9 @@ class GENOSTAT_API GenoStatAlgoManager {
   bool m_workerRunning = false;
   std::atomic<int32_t> m_processId{-1};     // written by the worker, read by cancelJob
   std::atomic<GenoJobSettings*> m_currentJob{nullptr};  // cleared by the worker without the lock
+  // Filled failure texts waiting for their /PRINT, keyed by the job name as the /PRINT command spells
+  // it (blanks as '_') and the message code; oldest first within a key.
+  std::map<std::pair<std::string, int32_t>, std::deque<std::string>> m_failureMessages;
   // Created and deleted by the worker, read by every thread that builds texts.
   std::atomic<FacSTDictionary*> m_stringTable{nullptr};
 };

@@ -121,4 +121,14 @@ class GenoStatAlgoManagerTestPeer {
   static rapidjson::Document readErrorDetails(GenoStatAlgoManager& m, const std::string& resultPath) {
     return m.readErrorDetails(resultPath);
   }
+
+  // ---- failure texts kept for /PRINT ----
+  static void storeFailureMessage(GenoStatAlgoManager& m, const std::string& printJobName, int32_t messageCode,
+                                  const std::string& text) {
+    m.storeFailureMessage(printJobName, messageCode, text);
+  }
+  static bool takeFailureMessage(GenoStatAlgoManager& m, const std::string& printJobName, int32_t messageCode,
+                                 std::string& text) {
+    return m.takeFailureMessage(printJobName, messageCode, text);
+  }
 };
