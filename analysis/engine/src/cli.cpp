@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -172,7 +173,18 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  std::optional<Failure> open() {
+  // Refuses an output that is one of the inputs (it would be emptied before being read).
+  std::optional<Failure> open(const std::vector<std::string>& inputs) {
+    struct stat existing {};
+    if (::stat(path_.c_str(), &existing) == 0 && S_ISREG(existing.st_mode)) {
+      for (const std::string& input : inputs) {
+        struct stat info {};
+        if (::stat(input.c_str(), &info) == 0 && info.st_dev == existing.st_dev &&
+            info.st_ino == existing.st_ino) {
+          return Failure{kExitCannotWrite, path_, "is also an input file; not overwritten"};
+        }
+      }
+    }
     fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd_ < 0) return Failure{kExitCannotWrite, path_, systemError("cannot write")};
     struct stat info {};
@@ -227,7 +239,7 @@ int runCli(const std::vector<std::string>& argv, std::ostream& out, std::ostream
   std::string currentPath = *args.output;
   try {
     OutputFile output(*args.output);
-    if (auto failure = output.open()) return report(err, *failure);
+    if (auto failure = output.open(args.files)) return report(err, *failure);
 
     EngineOptions options;
     options.metrics = args.metrics;

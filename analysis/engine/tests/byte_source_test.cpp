@@ -73,18 +73,19 @@ TEST(Decode, GzipSingleMember) {
 }
 
 TEST(Decode, GzipEveryMemberOfAConcatenation) {
-  const std::string text = testing::makeFastq(3000);
-  // Members of 1 byte (many tiny ones), odd sizes, and an empty member in the middle and at the
-  // end (BGZF files end with one).
-  for (std::size_t piece : {1u, 777u, 65280u}) {
-    std::string members = testing::gzipMembers(text.substr(0, 100000), piece) +
-                          testing::gzipMember("") + testing::gzipMembers(text.substr(100000), piece) +
-                          testing::gzipMember("");
+  const std::string text = testing::makeFastq(1500);
+  // One-byte members at the start (many tiny ones), then members of odd or BGZF-like sizes, an
+  // empty member in the middle and one at the end (BGZF files end with one).
+  for (std::size_t piece : {777u, 65280u}) {
+    const std::string members = testing::gzipMembers(text.substr(0, 3000), 1) +
+                                testing::gzipMembers(text.substr(3000, 50000), piece) +
+                                testing::gzipMember("") +
+                                testing::gzipMembers(text.substr(53000), piece) +
+                                testing::gzipMember("");
     for (Inflater inflater : inflaters()) {
       for (std::size_t readPiece : {1u, 4096u, 1u << 20}) {
         SCOPED_TRACE(::testing::Message() << inflaterName(inflater) << " piece " << piece
                                           << " read " << readPiece);
-        if (piece == 1 && readPiece == 1) continue;  // slow and adds nothing
         EXPECT_EQ(decode(members, inflater, nullptr, readPiece), text);
       }
     }
@@ -264,7 +265,7 @@ class ScriptedSource final : public ByteSource {
 };
 
 TEST(ThreadedAsyncSource, DeliversEverythingInOrder) {
-  const std::string text = testing::makeFastq(3000);
+  const std::string text = testing::makeFastq(300);
   for (std::size_t block : {1u, 100u, 65536u}) {
     auto source = asyncSource(std::make_unique<ScriptedSource>(text, false), block, 2);
     EXPECT_EQ(drain(*source, 1000), text) << "block " << block;

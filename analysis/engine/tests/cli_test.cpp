@@ -220,6 +220,15 @@ TEST_F(Cli, UnwritableOutputExits73) {
   EXPECT_TRUE(std::filesystem::is_directory(dir.path()));
 }
 
+TEST_F(Cli, OutputThatIsAnInputExits73AndKeepsTheInput) {
+  const std::string before = testing::readWholeFile(good);
+  const Outcome outcome = run({"--output", good, good});
+  EXPECT_EQ(outcome.code, kExitCannotWrite);
+  EXPECT_EQ(outcome.lastErrLine(),
+            "genostat-qc: error: " + good + ": is also an input file; not overwritten");
+  EXPECT_EQ(testing::readWholeFile(good), before);
+}
+
 TEST_F(Cli, FullDeviceExits73AndIsNotRemoved) {
   if (!exists("/dev/full")) GTEST_SKIP() << "no /dev/full on this system";
   const Outcome outcome = run({"--output", "/dev/full", good});
