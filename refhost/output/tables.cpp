@@ -21,8 +21,8 @@ ACAVarValidSpecs::ACAVarValidSpecs(bool listwise, bool includeUserMissing, bool 
       includeSystemMissing_(includeSystemMissing) {}
 ACAVarValidSpecs::~ACAVarValidSpecs() = default;
 
-// The reference host has no case data behind a procedure's output, so the specs, the data source
-// and the input adapter are accepted and not used.
+// The reference host has no case data behind a procedure's output, so the valid-value settings,
+// the data source and the input adapter are accepted and not used.
 OPSCommonOutput::OPSCommonOutput(ACAVarValidSpecs* /*specs*/, ProcedureDataSource* /*source*/,
                                  BpProcedure* procedure, void* /*inputAdapter*/)
     : procedure_(procedure) {}
