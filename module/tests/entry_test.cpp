@@ -9,6 +9,7 @@
 #include "jobs/GenoStatAlgoManager.h"
 #include "results/PostJobSyntax.h"
 #include "zorvhost/client.h"
+#include "zorvhost/output.h"
 
 namespace {
 
@@ -56,12 +57,27 @@ class EntryTest : public ::testing::Test {
     for (const GenoJobSettings* job : Peer::queuedJobs(instance_.manager())) names.push_back(job->jobName);
     return names;
   }
-  // Runs a command and returns what it printed.
+  // Runs a command and returns the tables it showed in the host's output, each as
+  // "Title: row=value, row=value", joined by " | "; empty when it showed none.
   std::string printed(const std::string& text) {
-    testing::internal::CaptureStdout();
+    std::vector<zorvhost::OutputTable> tables;
+    zorvhost::setOutputHandler([&tables](const zorvhost::OutputTable& table) { tables.push_back(table); });
     std::vector<std::string> errors = run(text);
-    std::string out = testing::internal::GetCapturedStdout();
+    zorvhost::setOutputHandler(nullptr);
     EXPECT_EQ(errors, std::vector<std::string>{}) << text;
+    std::string out;
+    for (const auto& table : tables) {
+      if (!out.empty()) out += " | ";
+      out += table.title + ":";
+      for (std::size_t row = 0; row < table.rowLabels.size(); ++row) {
+        out += (row == 0 ? " " : ", ") + table.rowLabels[row] + "=";
+        if (row < table.cells.size()) {
+          for (std::size_t col = 0; col < table.cells[row].size(); ++col) {
+            out += (col == 0 ? "" : " ") + table.cells[row][col];
+          }
+        }
+      }
+    }
     return out;
   }
 
@@ -140,7 +156,7 @@ TEST_F(EntryTest, AutomaticNames) {
 
 TEST_F(EntryTest, AutoGeneratesEvenInAPrintCommand) {
   const std::string out = printed("GENOSTAT /JOB NAME='AUTO' /PRINT SAMPLE_COUNT=2 MESSAGE=100.");
-  EXPECT_NE(out.find("GENOSTAT Genomic_analysis_job_1:"), std::string::npos) << out;
+  EXPECT_NE(out.find("Dataset=Genomic_analysis_job_1"), std::string::npos) << out;
 }
 
 TEST_F(EntryTest, ExhaustedAutomaticNamesReadAsCode20) {
@@ -205,20 +221,20 @@ TEST_F(EntryTest, QueueCheckNeedsNoManager) {
 
 TEST_F(EntryTest, PrintShowsTheSummaryAndQueuesNothing) {
   EXPECT_EQ(printed("GENOSTAT /JOB FILE='' NAME='my_run' /PRINT SAMPLE_COUNT=4 VARIABLE_COUNT=25 MESSAGE=100."),
-            "GENOSTAT my_run: Samples 4, Variables 25. Message: Valid:4 fastQ file(s) detected. Dataset: my_run\n");
+            "Summary: Samples=4, Variables=25 | Details: Message=Valid:4 fastQ file(s) detected., Dataset=my_run");
   EXPECT_TRUE(queued().empty());
   EXPECT_TRUE(client_.messages().empty());
 }
 
 TEST_F(EntryTest, PrintMessagesByCode) {
   EXPECT_EQ(printed("GENOSTAT /PRINT."),
-            "GENOSTAT : Samples 0, Variables 0. Message: Unknown error occurred. Dataset: None\n");
+            "Summary: Samples=0, Variables=0 | Details: Message=Unknown error occurred, Dataset=None");
   EXPECT_EQ(printed("GENOSTAT /JOB NAME='j' /PRINT MESSAGE=101."),
-            "GENOSTAT j: Samples 0, Variables 0. Message: Error:Generic Error. Dataset: None\n");
+            "Summary: Samples=0, Variables=0 | Details: Message=Error:Generic Error., Dataset=None");
   EXPECT_EQ(printed("GENOSTAT /JOB NAME='j' /PRINT SAMPLE_COUNT=-1 MESSAGE=202."),
-            "GENOSTAT j: Samples -1, Variables 0. Message: File not found:{{FILE_PATH}}. Dataset: None\n");
+            "Summary: Samples=-1, Variables=0 | Details: Message=File not found:{{FILE_PATH}}, Dataset=None");
   EXPECT_EQ(printed("GENOSTAT /JOB NAME='j' /PRINT SAMPLE_COUNT=1 MESSAGE=203."),
-            "GENOSTAT j: Samples 1, Variables 0. Message: Invalid JSON configuration. Dataset: j\n");
+            "Summary: Samples=1, Variables=0 | Details: Message=Invalid JSON configuration, Dataset=j");
 }
 
 TEST_F(EntryTest, DeleteRemovesTheFileOnlyOnce) {
@@ -264,7 +280,7 @@ TEST_F(EntryTest, PostJobCommandsParseAsPrintAndDelete) {
   ASSERT_EQ(commands.size(), 2u) << syntax;
 
   EXPECT_EQ(printed(commands[0]),
-            "GENOSTAT my_run_1: Samples 1, Variables 1. Message: Valid:1 fastQ file(s) detected. Dataset: my_run_1\n");
+            "Summary: Samples=1, Variables=1 | Details: Message=Valid:1 fastQ file(s) detected., Dataset=my_run_1");
   EXPECT_TRUE(entry_test::exists(job.csvFilePath));
   EXPECT_EQ(printed(commands[1]), "");
   EXPECT_FALSE(entry_test::exists(job.csvFilePath));
@@ -281,8 +297,8 @@ TEST_F(EntryTest, FailedJobSyntaxIsOnePrintCommand) {
   const std::vector<std::string> commands = genostatCommands(Peer::preparePostJobSyntax(&job, true));
   ASSERT_EQ(commands.size(), 1u);
   EXPECT_EQ(printed(commands[0]),
-            "GENOSTAT bad_job: Samples 0, Variables 0. Message: No FASTQ files found to process "
-            "in{{FOLDER_PATH}}. Dataset: None\n");
+            "Summary: Samples=0, Variables=0 | Details: Message=No FASTQ files found to process "
+            "in{{FOLDER_PATH}}, Dataset=None");
 }
 
 }  // namespace
