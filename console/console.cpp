@@ -139,15 +139,36 @@ bool Mailbox::take(ClientMessage& message) {
 
 // ---- Console --------------------------------------------------------------------------------
 
+namespace {
+
+constexpr char kDroppedText[] =
+    "the job ended without a result and sent no end message; likely causes: the temporary folder "
+    "is missing, no free result file name was left in it, or the analysis process could not be "
+    "started";
+
+std::string elapsed(std::chrono::steady_clock::duration d) {
+  long s = static_cast<long>(std::chrono::duration_cast<std::chrono::seconds>(d).count());
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%ld:%02ld", s / 60, s % 60);
+  return buf;
+}
+
+}  // namespace
+
 Console::Console(const Options& options, const ModuleEntry& module, EventLog& events, int wakeFd,
-                 int wakeWriteFd)
+                 int wakeWriteFd, std::ostream& human, std::ostream& errors)
     : options_(options),
       module_(module),
       events_(events),
       wakeFd_(wakeFd),
-      mailbox_(std::make_shared<Mailbox>(wakeWriteFd)) {}
+      sink_(human, errors, events),
+      host_(sink_),
+      mailbox_(std::make_shared<Mailbox>(wakeWriteFd)) {
+  // Tables come from generateOutput() on the thread that runs the command: this console's.
+  zorvhost::setOutputHandler([this](const zorvhost::OutputTable& table) { sink_.table(table); });
+}
 
-Console::~Console() = default;
+Console::~Console() { zorvhost::setOutputHandler({}); }
 
 int Console::run() {
   std::vector<Source> sources = options_.sources;
@@ -178,7 +199,8 @@ int Console::run() {
   if (!quit_ && options_.waitForJobs) waitForJobs();
   if (quit_ || !options_.waitForJobs) cancelRemaining();
   settle();
-  std::cout.flush();
+  sink_.clearStatus();
+  if (!writeHtmlPage()) failed_ = true;
   return failed_ ? 1 : 0;
 }
 
@@ -199,6 +221,7 @@ void Console::runText(const std::string& text, const std::string& where) {
 
 void Console::runStream(int fd, const std::string& where) {
   interactive_ = isatty(fd) != 0;
+  sink_.setInteractive(interactive_);
   LineAssembler assembler;
   activeAssembler_ = &assembler;
   if (interactive_) {
@@ -250,7 +273,7 @@ void Console::runStream(int fd, const std::string& where) {
     }
     for (const auto& chunk : assembler.finish()) handle(chunk, where);
   }
-  if (interactive_ && !quit_) std::cout << '\n' << std::flush;
+  if (interactive_ && !quit_) sink_.prompt("\n");
   activeAssembler_ = nullptr;
 }
 
@@ -267,32 +290,39 @@ void Console::handle(const Chunk& chunk, const std::string& where) {
   drain();
 }
 
-void Console::runCommand(const std::string& text, const std::string& where, bool fromUser) {
+bool Console::runCommand(const std::string& text, const std::string& where, bool fromUser) {
   std::string name = commandNameOf(text);
+  sink_.command(text);
   if (name.empty()) {
     std::string first = trim(text);
     first = first.substr(0, first.find_first_of(" \t\n"));
     reportError(where, first, "not a command of the command language");
-    return;
+    return false;
   }
-  if (name != "GENOSTAT") {
-    notice(name + ": command not available in this console yet");
-    return;
+  if (name == "GENOSTAT") {
+    zorvhost::setCommandText(text);
+    if (fromUser && options_.haveMetadata) zorvhost::setMetadataJson(options_.metadataJson);
+    try {
+      module_.genostat();
+    } catch (const std::exception& e) {
+      zorvhost::reportCommandError(name, std::string("the procedure failed: ") + e.what());
+    } catch (...) {
+      zorvhost::reportCommandError(name, "the procedure failed with an unknown exception");
+    }
+    // The job record takes the metadata when it reads it; never let it reach a later command.
+    zorvhost::setMetadataJson("");
+  } else if (HostCommands::knows(name)) {
+    host_.run(name, text);
+  } else {
+    zorvhost::reportCommandError(
+        name, "unrecognized command; this console runs GENOSTAT and the commands of a job's syntax");
   }
-  zorvhost::setCommandText(text);
-  if (fromUser && options_.haveMetadata) zorvhost::setMetadataJson(options_.metadataJson);
-  try {
-    module_.genostat();
-  } catch (const std::exception& e) {
-    zorvhost::reportCommandError(name, std::string("the procedure failed: ") + e.what());
-  } catch (...) {
-    zorvhost::reportCommandError(name, "the procedure failed with an unknown exception");
-  }
-  // The job record takes the metadata when it reads it; never let it reach a later command.
-  zorvhost::setMetadataJson("");
+  bool ok = true;
   for (const auto& error : zorvhost::takeCommandErrors()) {
     reportError(where, error.command, error.text);
+    ok = false;
   }
+  return ok;
 }
 
 void Console::runConsoleCommand(const std::string& text, const std::string& where) {
@@ -302,15 +332,17 @@ void Console::runConsoleCommand(const std::string& text, const std::string& wher
     quit_ = true;
   } else if (word == ":jobs" && rest.empty()) {
     drain();
-    if (jobs_.empty()) {
+    if (jobs_.all().empty()) {
       say("No jobs.");
       return;
     }
-    for (const auto& job : jobs_) {
-      const char* state = job.state == JobState::Queued    ? "queued"
-                          : job.state == JobState::Started ? "started"
-                          : job.cancelled                  ? "ended (cancelled)"
-                                                           : "ended";
+    for (const auto& job : jobs_.all()) {
+      const char* state = job.state == JobState::Queued                ? "queued"
+                          : job.state == JobState::Started             ? "started"
+                          : job.outcome == JobOutcome::Cancelled       ? "ended (cancelled)"
+                          : job.outcome == JobOutcome::Failed          ? "ended (failed)"
+                          : job.outcome == JobOutcome::Dropped         ? "ended (no result)"
+                                                                       : "ended";
       say("  " + job.name + "  " + state);
     }
   } else if (word == ":cancel") {
@@ -350,123 +382,187 @@ bool Console::drain() {
 }
 
 void Console::handleMessage(const ClientMessage& m) {
-  Job* job = findJob(m.job);
   if (!m.end) {
-    events_.write(jobStartEvent(m.job, m.started));
-    if (job == nullptr || job->state == JobState::Ended) {
-      jobs_.push_back({m.job, JobState::Queued, false});
-      job = &jobs_.back();
+    if (m.started) {
+      jobs_.started(m.job, std::chrono::steady_clock::now());
+    } else {
+      jobs_.queued(m.job);
     }
-    if (m.started) job->state = JobState::Started;
-    say("Job " + m.job + (m.started ? " started." : " queued."));
+    sink_.jobStart(m.job, m.started);
     return;
   }
-  events_.write(jobEndEvent(m.job, m.syntax, m.csv, m.workbook, m.paragraph));
+  sink_.jobEnd(m.job, m.syntax, m.csv, m.workbook, m.paragraph);
+  TrackedJob* job = jobs_.ended(m.job);
   if (job == nullptr) {
-    jobs_.push_back({m.job, JobState::Ended, false});
-    job = &jobs_.back();
+    // The module answers every cancel of a queued job, a repeated one too.
+    say("Job " + m.job + ": a further end message, for a job that has already ended.");
+    return;
   }
-  job->state = JobState::Ended;
   if (m.syntax.empty()) {
-    job->cancelled = true;
+    job->outcome = JobOutcome::Cancelled;
     say("Job " + m.job + " cancelled.");
     return;
   }
+  runJobSyntax(*job, m);
+}
+
+void Console::runJobSyntax(TrackedJob& job, const ClientMessage& m) {
+  int32_t code = 0;
+  bool haveCode = messageCodeOf(m.syntax, code);
+  job.messageCode = code;
+  job.outcome = haveCode && code == 100 ? JobOutcome::Succeeded : JobOutcome::Failed;
   say("Job " + m.job + " ended; running its syntax.");
+  // Every command runs, whatever became of the one before: the last one removes the result file.
   const std::string where = "job " + m.job;
   for (const auto& command : splitSyntax(m.syntax)) {
     runCommand(command.text, lineRef(where, command.firstLine), false);
   }
-}
-
-Console::Job* Console::findJob(const std::string& name) {
-  // The newest job of that name: a name is free again once its job has ended.
-  for (auto it = jobs_.rbegin(); it != jobs_.rend(); ++it) {
-    if (it->name == name) return &*it;
+  if (!haveCode) {
+    reportError(where, "GENOSTAT", "the job's syntax carries no message code; its outcome is unknown");
+  } else if (code != 100) {
+    reportError(where, "GENOSTAT",
+                "the job failed (message code " + std::to_string(code) + "); its Details table gives the reason");
   }
-  return nullptr;
-}
-
-bool Console::anyJobOpen() const {
-  for (const auto& job : jobs_) {
-    if (job.state != JobState::Ended) return true;
-  }
-  return false;
 }
 
 GenoStatAlgoManager* Console::manager() { return module_.getManager(); }
 
+void Console::reportDroppedJobs() {
+  GenoStatAlgoManager* mgr = manager();
+  if (mgr == nullptr) return;
+  std::vector<std::string> gone;
+  for (TrackedJob* job : jobs_.open()) {
+    if (!mgr->isJobPendingOrRunning(job->name)) gone.push_back(job->name);
+  }
+  if (gone.empty()) return;
+  // The worker posts a job's end message before it lets go of the job, so a message that belongs
+  // to one of these is in the mailbox by now.
+  drain();
+  for (TrackedJob* job : jobs_.open()) {
+    bool isGone = false;
+    for (const auto& name : gone) isGone = isGone || name == job->name;
+    if (!isGone) continue;
+    job->state = JobState::Ended;
+    job->outcome = JobOutcome::Dropped;
+    reportError("job " + job->name, "GENOSTAT", kDroppedText);
+  }
+}
+
+void Console::showRunning() {
+  for (TrackedJob* job : jobs_.open()) {
+    if (job->state != JobState::Started) continue;
+    sink_.status("Job " + job->name + " running, " +
+                 elapsed(std::chrono::steady_clock::now() - job->startedAt));
+    return;
+  }
+  sink_.clearStatus();
+}
+
 void Console::waitForJobs() {
-  while (anyJobOpen() && !quit_) {
+  auto lastCheck = std::chrono::steady_clock::now() - std::chrono::seconds(1);
+  while (jobs_.anyOpen() && !quit_) {
     pollfd fd = {wakeFd_, POLLIN, 0};
     int n = poll(&fd, 1, 250);
     if (n < 0 && errno != EINTR) break;
     if (drain()) continue;
-    // A job that the module no longer holds has sent its end message before it let go (the
-    // message is posted before the worker drops the job), so one that is still open here was
-    // lost: say so instead of waiting for ever.
-    GenoStatAlgoManager* mgr = manager();
-    if (mgr == nullptr) break;
-    for (auto& job : jobs_) {
-      if (job.state == JobState::Ended || mgr->isJobPendingOrRunning(job.name)) continue;
-      drain();
-      if (job.state != JobState::Ended) {
-        job.state = JobState::Ended;
-        reportError("job " + job.name, "GENOSTAT", "the job ended without an end message");
-      }
+    showRunning();
+    auto now = std::chrono::steady_clock::now();
+    if (now - lastCheck >= std::chrono::milliseconds(250)) {
+      lastCheck = now;
+      reportDroppedJobs();
     }
   }
+  sink_.clearStatus();
 }
 
 void Console::cancelRemaining() {
   drain();
-  if (!anyJobOpen()) return;
   GenoStatAlgoManager* mgr = manager();
-  if (mgr == nullptr) return;
-  std::vector<std::string> running;
-  for (const auto& job : jobs_) {
-    if (job.state == JobState::Started) running.push_back(job.name);
-  }
-  client_.call([&] {
-    mgr->cancellAllJobsPending();
-    for (const auto& name : running) module_.cancel(mgr, name.c_str());
-    return true;
-  });
+  if (mgr == nullptr || !jobs_.anyOpen()) return;
+  auto openNames = [&] {
+    std::vector<std::string> names;
+    for (TrackedJob* job : jobs_.open()) {
+      bool seen = false;
+      for (const auto& n : names) seen = seen || n == job->name;
+      if (!seen) names.push_back(job->name);
+    }
+    return names;
+  };
+  std::vector<std::string> names = openNames();
+  auto cancel = [&](const std::vector<std::string>& which) {
+    client_.call([&] {
+      for (const auto& name : which) module_.cancel(mgr, name.c_str());
+      return true;
+    });
+  };
+  cancel(names);
   drain();
+  // A cancelled job's end message comes at once, but the manager holds a running job until its
+  // process is gone. A job whose process started after the cancel (the cancel found none to kill)
+  // is still running after a while: cancel it again.
+  auto lastCancel = std::chrono::steady_clock::now();
+  bool told = false;
+  for (;;) {
+    std::vector<std::string> busy;
+    for (const auto& name : names) {
+      if (mgr->isJobPendingOrRunning(name)) busy.push_back(name);
+    }
+    if (busy.empty()) break;
+    auto now = std::chrono::steady_clock::now();
+    if (now - lastCancel >= std::chrono::seconds(1)) {
+      cancel(busy);
+      lastCancel = now;
+      if (!told) {
+        say("Waiting for the analysis processes of cancelled jobs to end.");
+        told = true;
+      }
+    }
+    pollfd fd = {wakeFd_, POLLIN, 0};
+    poll(&fd, 1, 20);
+    drain();
+  }
+  drain();
+  reportDroppedJobs();
 }
 
 void Console::settle() {
-  // Give the worker time to finish a cancelled job (kill, wait, remove its file) before the
-  // process and its temporary folder go away.
-  if (jobs_.empty()) return;
+  // Give the worker time to finish the last job (free it, remove a cancelled job's file) before
+  // the process and its temporary folder go away.
   GenoStatAlgoManager* mgr = manager();
-  if (mgr == nullptr) return;
+  if (mgr == nullptr || jobs_.all().empty()) return;
   auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   for (;;) {
     bool busy = false;
-    for (const auto& job : jobs_) busy = busy || mgr->isJobPendingOrRunning(job.name);
+    for (const auto& job : jobs_.all()) busy = busy || mgr->isJobPendingOrRunning(job.name);
     if (!busy || std::chrono::steady_clock::now() > deadline) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   drain();
 }
 
-void Console::say(const std::string& line) {
-  if (interactive_) std::cout << '\r';
-  std::cout << line << '\n' << std::flush;
-}
-
 void Console::reportError(const std::string& where, const std::string& command,
                           const std::string& text) {
   failed_ = true;
-  std::cout.flush();
-  std::cerr << where << ": " << command << ": " << text << std::endl;
-  events_.write(errorEvent(command, text));
+  sink_.error(where, command, text);
 }
 
 void Console::prompt() {
   bool open = activeAssembler_ != nullptr && activeAssembler_->commandOpen();
-  std::cout << (open ? "   ...> " : "zorv> ") << std::flush;
+  sink_.prompt(open ? "   ...> " : "zorv> ");
+}
+
+bool Console::writeHtmlPage() {
+  if (options_.outputPath.empty()) return true;
+  std::ofstream out(options_.outputPath, std::ios::binary | std::ios::trunc);
+  std::string page = sink_.htmlPage();
+  out.write(page.data(), static_cast<std::streamsize>(page.size()));
+  out.close();
+  if (!out) {
+    std::string why = std::strerror(errno);
+    sink_.error(options_.outputPath, "zorv", "cannot write the output page: " + why);
+    return false;
+  }
+  return true;
 }
 
 }  // namespace zorv

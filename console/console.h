@@ -3,7 +3,8 @@
 // thread of its own.
 //
 // Threads:
-//   [main]   reads input, runs every command and every job's syntax, writes all output and events;
+//   [main]   reads input, runs every command and every job's syntax, writes all output and events
+//            (tables reach it through the output library's handler, on this thread);
 //   [client] the host client's thread: cancelGenoJob and the manager's cancel-all run there;
 //   [any]    onClientMessage: the module posts on whichever thread it is on, sometimes while it
 //            holds its own lock, so the handler only queues the message and wakes [main].
@@ -16,13 +17,17 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "assembler.h"
 #include "events.h"
+#include "hostcommands.h"
+#include "jobs.h"
 #include "options.h"
+#include "sink.h"
 
 class GenoStatAlgoManager;
 
@@ -89,53 +94,56 @@ class Console {
  public:
   // `wakeFd`: the read end of a non-blocking pipe; a byte 'q' in it asks the console to quit (the
   // signal handler writes it), any other byte only wakes it. `wakeWriteFd` is the write end.
+  // `human` and `errors` receive the human-readable output (normally std::cout and std::cerr).
   Console(const Options& options, const ModuleEntry& module, EventLog& events, int wakeFd,
-          int wakeWriteFd);
-  ~Console();
+          int wakeWriteFd, std::ostream& human, std::ostream& errors);
+  ~Console();  // disconnects the output handler
 
-  // [main] Runs every source, then waits for the jobs (or cancels them). Returns the exit status.
+  // [main] Runs every source, then waits for the jobs (or cancels them), then writes the page of
+  // --output. Returns the exit status.
   int run();
 
   // The host message bus's handler posts here.
   std::shared_ptr<Mailbox> mailbox() const { return mailbox_; }
 
- private:
-  enum class JobState { Queued, Started, Ended };
-  struct Job {
-    std::string name;
-    JobState state;
-    bool cancelled;
-  };
+  // Set when the human output is a terminal: a running job shows its elapsed time there.
+  void setStatusLine(bool onTerminal) { sink_.setStatusAllowed(onTerminal); }
 
+ private:
   void runText(const std::string& text, const std::string& where);
   void runStream(int fd, const std::string& where);
   void handle(const Chunk& chunk, const std::string& where);
-  void runCommand(const std::string& text, const std::string& where, bool fromUser);
+  // Runs one command; false when it reported an error.
+  bool runCommand(const std::string& text, const std::string& where, bool fromUser);
   void runConsoleCommand(const std::string& text, const std::string& where);
   // Handles every queued message (and reads the wake pipe); true when anything was handled.
   bool drain();
   void handleMessage(const ClientMessage& m);
+  void runJobSyntax(TrackedJob& job, const ClientMessage& m);
+  // Jobs that the manager no longer holds and that sent no end message: reported as dropped.
+  void reportDroppedJobs();
   void waitForJobs();
   void cancelRemaining();
   void settle();
-  Job* findJob(const std::string& name);
-  bool anyJobOpen() const;
+  void showRunning();
   GenoStatAlgoManager* manager();
 
-  void say(const std::string& line);                 // human output, standard output
-  void notice(const std::string& line) { say(line); }
+  void say(const std::string& line) { sink_.line(line); }
   void reportError(const std::string& where, const std::string& command, const std::string& text);
   void prompt();
+  bool writeHtmlPage();
 
   const Options& options_;
   ModuleEntry module_;
   EventLog& events_;
   int wakeFd_;
+  OutputSink sink_;
+  HostCommands host_;
   ClientThread client_;
 
   std::shared_ptr<Mailbox> mailbox_;
 
-  std::vector<Job> jobs_;
+  JobTracker jobs_;
   bool failed_ = false;
   bool quit_ = false;
   bool interactive_ = false;

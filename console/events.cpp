@@ -110,6 +110,22 @@ std::string jobEndEvent(const std::string& job, const std::string& syntax, const
   return buf.GetString();
 }
 
+std::string datasetEvent(const std::string& name, size_t cases, size_t variables) {
+  rapidjson::StringBuffer buf;
+  Writer w(buf);
+  w.StartObject();
+  key(w, "event");
+  w.String("dataset");
+  key(w, "name");
+  text(w, name);
+  key(w, "cases");
+  w.Uint64(cases);
+  key(w, "variables");
+  w.Uint64(variables);
+  w.EndObject();
+  return buf.GetString();
+}
+
 EventLog::~EventLog() {
   if (out_ != nullptr) std::fclose(out_);
 }

@@ -5,6 +5,8 @@
 //   {"event":"error","command":"GENOSTAT","text":"..."}
 //   {"event":"job_start","job":"...","started":false}
 //   {"event":"job_end","job":"...","syntax":"...","csv":"...","workbook":-1,"paragraph":-1}
+//   {"event":"dataset","name":"...","cases":3,"variables":27}
+//   {"event":"table",...}  (zorvhost::tableEventJson)
 //
 // Texts are written as UTF-8; bytes that are not UTF-8 (a Latin-1 path, say) become U+FFFD, so
 // that every line stays valid JSON.
@@ -12,6 +14,7 @@
 // Threads: the console's main thread only.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -22,6 +25,7 @@ std::string errorEvent(const std::string& command, const std::string& text);
 std::string jobStartEvent(const std::string& job, bool started);
 std::string jobEndEvent(const std::string& job, const std::string& syntax, const std::string& csv,
                         int32_t workbook, int32_t paragraph);
+std::string datasetEvent(const std::string& name, size_t cases, size_t variables);
 
 class EventLog {
  public:

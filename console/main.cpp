@@ -84,6 +84,15 @@ int main(int argc, char** argv) {
   }
   zorv::EventLog events(eventsFile);
 
+  // The page is written at the end; find out now whether it can be.
+  if (!options.outputPath.empty()) {
+    std::FILE* page = std::fopen(options.outputPath.c_str(), "we");
+    if (page == nullptr) {
+      return fail("cannot write the output page " + options.outputPath + ": " + std::strerror(errno));
+    }
+    std::fclose(page);
+  }
+
   std::string installDir = options.installDir.empty() ? ZORV_DEFAULT_INSTALL_DIR : options.installDir;
   if (!isFolder(installDir)) return fail("installation folder not found: " + installDir);
 
@@ -122,7 +131,8 @@ int main(int argc, char** argv) {
 
   int status;
   {
-    zorv::Console console(options, module, events, wake[0], wake[1]);
+    zorv::Console console(options, module, events, wake[0], wake[1], std::cout, std::cerr);
+    console.setStatusLine(isatty(STDOUT_FILENO) != 0);
     zorvhost::attachClient(!options.batch, [box = console.mailbox()](int32_t id,
                                                                     const void* message) {
       box->post(id, message);

@@ -41,10 +41,17 @@ std::string usageText() {
          "  --lang CODE          language of the string tables (default en)\n"
          "  --no-wait            at the end of input cancel the jobs still queued or running\n"
          "                       instead of waiting for them\n"
+         "  --output FILE.html   write the whole session's output (tables, errors, job messages)\n"
+         "                       as one HTML page when zorv ends\n"
          "  -h, --help           show this text\n"
          "\n"
-         "Exit status: 0 when every command succeeded, 1 when one failed, 2 on a usage or\n"
-         "start-up error.\n";
+         "Jobs run one at a time in submission order; when one ends, zorv runs the syntax it\n"
+         "sends (its summary, the import of its results, its statistics, the clean-up).\n"
+         "Ctrl-C cancels the queued and running jobs and leaves once none is left.\n"
+         "\n"
+         "Exit status: 0 when every command succeeded, 1 when a command or a command of a\n"
+         "job's syntax failed, or a job failed or ended without a result (a cancelled job is\n"
+         "no failure), 2 on a usage or start-up error.\n";
 }
 
 bool parseOptions(int argc, const char* const* argv, Options& options, std::string& error) {
@@ -77,7 +84,7 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
     }
     auto takesValue = [&](const std::string& n) {
       return n == "-e" || n == "--events" || n == "--install-dir" || n == "--temp-dir" ||
-             n == "--metadata" || n == "--dataset" || n == "--lang";
+             n == "--metadata" || n == "--dataset" || n == "--lang" || n == "--output";
     };
     if (!takesValue(name)) {
       if (inlineValue) {
@@ -116,6 +123,16 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
       }
       eventsGiven = true;
       options.eventsPath = value;
+    } else if (name == "--output") {
+      if (value.empty()) {
+        error = "option '--output' needs a file name";
+        return false;
+      }
+      if (!options.outputPath.empty()) {
+        error = "option '--output' given twice";
+        return false;
+      }
+      options.outputPath = value;
     } else if (name == "--install-dir" || name == "--temp-dir") {
       if (value.empty()) {
         error = "option '" + name + "' needs a folder";

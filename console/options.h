@@ -17,6 +17,7 @@ struct Options {
   std::vector<Source> sources;         // empty: standard input
   bool batch = false;                  // command-line mode: no interactive client
   std::string eventsPath;              // "" none, "-" standard output, else a file
+  std::string outputPath;              // "" none, else the session's HTML page
   std::string installDir;              // "" the build's installation folder
   std::string tempDir;                 // "" a new folder under $TMPDIR or /tmp
   std::string metadataJson;            // handed to the module before each user GENOSTAT

@@ -7,13 +7,19 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "host/control.h"
 #include "host/messages.h"
+#include "host/output.h"
+#include "host/procedure.h"
 #include "jobs/GenoStatAlgoManager.h"
 #include "zorvhost/client.h"
 
@@ -26,6 +32,7 @@ struct Script {
   std::string endSyntax;              // sent with the end message of a submitted job
   bool sendEnd = true;
   std::vector<std::string> cancels;
+  std::thread::id cancelThread;
 };
 Script* g_script = nullptr;
 
@@ -53,6 +60,13 @@ void fakeGenostat() {
   if (text.find("/DELETE") != std::string::npos) {
     zorvhost::reportCommandError("GENOSTAT", "delete refused");
   }
+  if (text.find("/PRINT") != std::string::npos) {  // a summary table, as the module emits it
+    BpProcedure procedure("GENOSTAT", 0);
+    StatJSONConverter converter(&procedure);
+    converter.generateOutput(
+        R"({"procedure":"GENOSTAT","subtitle":"","tables":[{"title":"Summary","columnLabels":["Count"],)"
+        R"("rowLabels":["Samples","Variables"],"cells":[["2"],["25"]]}]})");
+  }
 }
 
 bool fakeCancel(GenoStatAlgoManager*, const char* name) {
@@ -60,10 +74,23 @@ bool fakeCancel(GenoStatAlgoManager*, const char* name) {
   return false;
 }
 
+// As the module answers a cancel: an end message with an empty syntax, at once.
+bool answeringCancel(GenoStatAlgoManager*, const char* name) {
+  g_script->cancels.push_back(name);
+  g_script->cancelThread = std::this_thread::get_id();
+  ZorvwMsgEndGenomicProcessing end(name, "", "", -1, -1);
+  post(kZorvwMsgEndGenomicProcessingId, &end);
+  return true;
+}
+
 class ConsoleTest : public ::testing::Test {
  protected:
   void SetUp() override {
     g_script = &script_;
+    zorvhost::closeAllDatasets();
+    dir_ = std::filesystem::temp_directory_path() /
+           ("zorv-console-test-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir_);
     ASSERT_EQ(pipe2(wake_, O_CLOEXEC | O_NONBLOCK), 0);
     events_ = std::tmpfile();
     ASSERT_NE(events_, nullptr);
@@ -78,12 +105,26 @@ class ConsoleTest : public ::testing::Test {
     close(wake_[1]);
     close(eventsFd_);
     g_script = nullptr;
+    zorvhost::closeAllDatasets();
+    std::error_code ec;
+    std::filesystem::remove_all(dir_, ec);
+  }
+
+  std::string writeFile(const std::string& name, const std::string& text) {
+    std::string path = (dir_ / name).string();
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+
+  static std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
 
   int run(const std::string& text) {
     options_.sources = {{Source::Kind::Text, text}};
     EventLog log(events_);
-    Console console(options_, module_, log, wake_[0], wake_[1]);
+    Console console(options_, module_, log, wake_[0], wake_[1], std::cout, std::cerr);
     zorvhost::attachClient(true, [box = console.mailbox()](int32_t id, const void* m) {
       box->post(id, m);
     });
@@ -121,63 +162,109 @@ class ConsoleTest : public ::testing::Test {
   std::FILE* events_ = nullptr;  // owned by the EventLog of run()
   int eventsFd_ = -1;
   std::string out_, err_;
+  std::filesystem::path dir_;
 };
 
-TEST_F(ConsoleTest, EndMessageSyntaxRunsCommandByCommandAfterTheUsersCommand) {
+TEST_F(ConsoleTest, AJobsSyntaxRunsAfterItsEndMessageImportingNamingAndActivatingItsDataset) {
+  std::string csv = writeFile("1.csv", "Sample,GC\n\"s,1\",41.5\ns2,\n");
   script_.endSyntax =
-      "GENOSTAT /PRINT SAMPLE_COUNT=2\n   /JOB NAME='x'.\n"
-      "GET DATA /TYPE=TXT /FILE='/tmp/z/1.csv'.\n"
-      "DATASET NAME x.\n";
+      "GENOSTAT /PRINT SAMPLE_COUNT=2 VARIABLE_COUNT=0 MESSAGE=100\n   /JOB NAME='x'.\n"
+      "PRESERVE.\nSET DECIMAL DOT.\n"
+      "GET DATA  /TYPE=TXT /FILE=\"" + csv + "\" /ENCODING='UTF8' /DELIMITERS=\",\" /QUALIFIER='\"'\n"
+      "  /ARRANGEMENT=DELIMITED /FIRSTCASE=2 /DATATYPEMIN PERCENTAGE=95.0\n"
+      "  /VARIABLES= Sample AUTO GC AUTO /MAP.\n"
+      "RESTORE.\nCACHE.\nEXECUTE.\nDATASET NAME x.\nDATASET ACTIVATE x.\n"
+      "DESCRIPTIVES VARIABLES=GC\n  /STATISTICS=MEAN STDDEV MIN MAX.\n";
   EXPECT_EQ(run("GENOSTAT /JOB NAME='x'."), 0) << err_;
   ASSERT_EQ(script_.commands.size(), 2u);
-  EXPECT_EQ(script_.commands[0], "GENOSTAT /JOB NAME='x'");
-  EXPECT_EQ(script_.commands[1], "GENOSTAT /PRINT SAMPLE_COUNT=2\n   /JOB NAME='x'");
-  EXPECT_EQ(out_,
-            "Job x queued.\n"
-            "Job x started.\n"
-            "Job x ended; running its syntax.\n"
-            "GET DATA: command not available in this console yet\n"
-            "DATASET NAME: command not available in this console yet\n");
+  EXPECT_EQ(script_.commands[1], "GENOSTAT /PRINT SAMPLE_COUNT=2 VARIABLE_COUNT=0 MESSAGE=100\n   /JOB NAME='x'");
   EXPECT_EQ(err_, "");
+  // The summary table comes from the output library through the handler, as aligned text.
+  EXPECT_NE(out_.find("Summary\n"), std::string::npos) << out_;
+  EXPECT_NE(out_.find("Samples"), std::string::npos);
+  EXPECT_NE(out_.find("Active dataset (unnamed): 2 cases, 2 variables.\n"
+                      "Active dataset x: 2 cases, 2 variables.\n"
+                      "Active dataset x: 2 cases, 2 variables.\n"
+                      "DESCRIPTIVES: command not available in this console yet\n"),
+            std::string::npos)
+      << out_;
+  zorvhost::DatasetData data;
+  ASSERT_TRUE(zorvhost::datasetData("X", data));
+  ASSERT_EQ(data.variables.size(), 2u);
+  EXPECT_EQ(data.variables[0].strings, (std::vector<std::string>{"s,1", "s2"}));
+  EXPECT_EQ(data.variables[1].type, zorvhost::Variable::Type::Numeric);
+  EXPECT_EQ(data.variables[1].numbers[0], 41.5);
+  EXPECT_TRUE(std::isnan(data.variables[1].numbers[1]));
+
   auto lines = eventLines();
-  ASSERT_EQ(lines.size(), 3u);
+  ASSERT_EQ(lines.size(), 7u);
   EXPECT_EQ(lines[0], R"({"event":"job_start","job":"x","started":false})");
   EXPECT_EQ(lines[1], R"({"event":"job_start","job":"x","started":true})");
-  EXPECT_EQ(lines[2],
-            R"({"event":"job_end","job":"x","syntax":"GENOSTAT /PRINT SAMPLE_COUNT=2\n   /JOB )"
-            R"(NAME='x'.\nGET DATA /TYPE=TXT /FILE='/tmp/z/1.csv'.\nDATASET NAME x.\n",)"
-            R"("csv":"/tmp/z/1.csv","workbook":3,"paragraph":4})");
+  EXPECT_EQ(lines[2].rfind(R"({"event":"job_end","job":"x","syntax":"GENOSTAT /PRINT)", 0), 0u);
+  EXPECT_EQ(lines[3].rfind(R"({"event":"table","title":"Summary","column_labels":["Count"])", 0), 0u)
+      << lines[3];
+  EXPECT_EQ(lines[4], R"({"event":"dataset","name":"","cases":2,"variables":2})");
+  EXPECT_EQ(lines[5], R"({"event":"dataset","name":"x","cases":2,"variables":2})");
+  EXPECT_EQ(lines[6], R"({"event":"dataset","name":"x","cases":2,"variables":2})");
 }
 
-TEST_F(ConsoleTest, AnErrorInAJobsSyntaxFailsTheRunAndNamesTheJobsLine) {
-  script_.endSyntax = "GENOSTAT /PRINT.\n\nGENOSTAT /DELETE FILE='/tmp/z/1.csv'.\n";
+TEST_F(ConsoleTest, EveryCommandOfAJobsSyntaxRunsAfterAFailureAndEachFailureIsReported) {
+  script_.endSyntax =
+      "GENOSTAT /PRINT MESSAGE=100.\n"
+      "GET DATA /TYPE=TXT /FILE='" + (dir_ / "missing.csv").string() + "'.\n"
+      "DATASET NAME x.\n"
+      "RESTORE.\n"
+      "FREQUENCIES VARIABLES=GC /NTILES=4.5.\n"
+      "GENOSTAT /DELETE FILE='/tmp/z/1.csv'.\n";
   EXPECT_EQ(run("GENOSTAT /JOB NAME='x'."), 1);
-  EXPECT_EQ(err_, "job x:3: GENOSTAT: delete refused\n");
+  ASSERT_EQ(script_.commands.size(), 3u);
+  EXPECT_EQ(script_.commands[2], "GENOSTAT /DELETE FILE='/tmp/z/1.csv'");
+  EXPECT_EQ(err_,
+            "job x:2: GET DATA: cannot open " + (dir_ / "missing.csv").string() +
+                ": No such file or directory\n"
+                "job x:3: DATASET NAME: there is no active dataset to name\n"
+                "job x:4: RESTORE: there are no preserved settings to restore (no PRESERVE before it)\n"
+                "job x:5: FREQUENCIES: Line 1, column 34, at 4.5: an integer is expected for NTILES.\n"
+                "job x:6: GENOSTAT: delete refused\n");
   auto lines = eventLines();
   ASSERT_FALSE(lines.empty());
   EXPECT_EQ(lines.back(), R"({"event":"error","command":"GENOSTAT","text":"delete refused"})");
 }
 
+TEST_F(ConsoleTest, AFailedJobIsAFailureOfTheRunAfterItsSyntaxHasRun) {
+  script_.endSyntax =
+      "GENOSTAT\n    /JOB FILE='' NAME='x' ADAPTERS=NONE\n"
+      "    /PRINT SAMPLE_COUNT=0 VARIABLE_COUNT=0 MESSAGE=205.\n";
+  EXPECT_EQ(run("GENOSTAT /JOB NAME='x'."), 1);
+  EXPECT_EQ(script_.commands.size(), 2u);
+  EXPECT_EQ(err_, "job x: GENOSTAT: the job failed (message code 205); its Details table gives the reason\n");
+  EXPECT_NE(out_.find("Summary"), std::string::npos);  // its tables still show
+}
+
+TEST_F(ConsoleTest, AJobWhoseSyntaxCarriesNoMessageCodeCountsAsFailed) {
+  script_.endSyntax = "GENOSTAT /PRINT SAMPLE_COUNT=1 /JOB NAME='MESSAGE=100'.\n";
+  EXPECT_EQ(run("GENOSTAT /JOB NAME='x'."), 1);
+  EXPECT_EQ(err_, "job x: GENOSTAT: the job's syntax carries no message code; its outcome is unknown\n");
+}
+
 TEST_F(ConsoleTest, AJobTheModuleDroppedWithoutAnEndIsReportedNotAwaited) {
   script_.sendEnd = false;
   EXPECT_EQ(run("GENOSTAT /JOB NAME='x'."), 1);
-  EXPECT_EQ(err_, "job x: GENOSTAT: the job ended without an end message\n");
+  EXPECT_EQ(err_,
+            "job x: GENOSTAT: the job ended without a result and sent no end message; likely causes: "
+            "the temporary folder is missing, no free result file name was left in it, or the "
+            "analysis process could not be started\n");
   EXPECT_TRUE(script_.cancels.empty());
 }
 
-TEST_F(ConsoleTest, NoWaitCancelsStartedJobsFromTheClientThread) {
+TEST_F(ConsoleTest, NoWaitCancelsStartedJobsFromTheClientThreadAndACancelIsNoFailure) {
   script_.sendEnd = false;
   options_.waitForJobs = false;
-  std::thread::id mainThread = std::this_thread::get_id();
-  static std::thread::id cancelThread;
-  module_.cancel = [](GenoStatAlgoManager*, const char* name) {
-    cancelThread = std::this_thread::get_id();
-    g_script->cancels.push_back(name);
-    return true;
-  };
+  module_.cancel = answeringCancel;
   EXPECT_EQ(run("GENOSTAT /JOB NAME='x'."), 0) << err_;
   EXPECT_EQ(script_.cancels, std::vector<std::string>{"x"});
-  EXPECT_NE(cancelThread, mainThread);
+  EXPECT_NE(script_.cancelThread, std::this_thread::get_id());
+  EXPECT_NE(out_.find("Job x cancelled.\n"), std::string::npos) << out_;
 }
 
 TEST_F(ConsoleTest, OnlyTheUsersCommandsGetTheMetadata) {
@@ -189,11 +276,43 @@ TEST_F(ConsoleTest, OnlyTheUsersCommandsGetTheMetadata) {
     seen.push_back(GetMetaDataJson());
     fakeGenostat();
   };
-  script_.endSyntax = "GENOSTAT /PRINT.\n";
+  script_.endSyntax = "GENOSTAT /PRINT MESSAGE=100.\n";
   EXPECT_EQ(run("GENOSTAT /JOB NAME='x'."), 0) << err_;
   ASSERT_EQ(seen.size(), 2u);
   EXPECT_EQ(seen[0], options_.metadataJson);
   EXPECT_EQ(seen[1], "");  // the job's /PRINT is not the user's command
+}
+
+TEST_F(ConsoleTest, TheOutputPageHoldsTablesErrorsAndJobMessages) {
+  options_.outputPath = (dir_ / "session.html").string();
+  script_.endSyntax = "GENOSTAT /PRINT MESSAGE=100.\nGENOSTAT /DELETE FILE='<b>'.\n";
+  EXPECT_EQ(run("GENOSTAT /JOB NAME='x'.\nBOGUS 1."), 1);
+  std::string page = slurp(options_.outputPath);
+  EXPECT_EQ(page.rfind("<!DOCTYPE html>", 0), 0u) << page.substr(0, 200);
+  EXPECT_NE(page.find("<p class=\"zorv-message\">Job x queued.</p>"), std::string::npos);
+  EXPECT_NE(page.find("<h2 class=\"zorv-procedure\">GENOSTAT</h2>"), std::string::npos);
+  EXPECT_NE(page.find("<table class=\"zorv-table\">"), std::string::npos);
+  EXPECT_NE(page.find("<pre class=\"zorv-command\">GENOSTAT /DELETE FILE=&#39;&lt;b&gt;&#39;.</pre>"),
+            std::string::npos)
+      << page;
+  EXPECT_NE(page.find("<p class=\"zorv-error\">job x:2: GENOSTAT: delete refused</p>"), std::string::npos);
+  EXPECT_NE(page.find("BOGUS: unrecognized command"), std::string::npos);
+  EXPECT_NE(page.find("</html>"), std::string::npos);
+}
+
+TEST_F(ConsoleTest, AnOutputPageThatCannotBeWrittenFailsTheRun) {
+  options_.outputPath = (dir_ / "no" / "such" / "page.html").string();
+  script_.endSyntax = "GENOSTAT /PRINT MESSAGE=100.\n";
+  EXPECT_EQ(run("GENOSTAT /JOB NAME='x'."), 1);
+  EXPECT_NE(err_.find(options_.outputPath + ": zorv: cannot write the output page: "), std::string::npos)
+      << err_;
+}
+
+TEST_F(ConsoleTest, CommandsOutsideTheLanguageAreErrors) {
+  EXPECT_EQ(run("FROB x.\n'quoted'."), 1);
+  EXPECT_EQ(err_,
+            "-e:1: FROB: unrecognized command; this console runs GENOSTAT and the commands of a job's syntax\n"
+            "-e:2: 'quoted': not a command of the command language\n");
 }
 
 }  // namespace

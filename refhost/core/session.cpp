@@ -43,11 +43,16 @@ class ClientAdapter final : public ZorvAdapter {
 class DatasetEntry final : public SvrDMDataset {
  public:
   explicit DatasetEntry(std::string name) : name_(std::move(name)) {}
+  DatasetEntry(std::string name, zorvhost::DatasetData data)
+      : name_(std::move(name)), data_(std::move(data)) {}
   void GetHandle(std::string& name) const override { name = name_; }
   const std::string& name() const { return name_; }
+  void rename(std::string name) { name_ = std::move(name); }
+  const zorvhost::DatasetData& data() const { return data_; }
 
  private:
   std::string name_;
+  zorvhost::DatasetData data_;
 };
 
 class InstallFolder final : public PathFinder {
@@ -70,6 +75,7 @@ struct State {
   std::string tempPath;
   InstallFolder install;
   std::vector<std::unique_ptr<DatasetEntry>> datasets;
+  DatasetEntry* active = nullptr;  // one of `datasets`, or null
 };
 
 State& state() {
@@ -132,7 +138,10 @@ class Registry final : public ServerDataManager {
   void GetAllDatasets(std::vector<SvrDMDataset*>& list) override {
     std::lock_guard<std::mutex> lock(stateMutex());
     list.clear();
-    for (auto& d : state().datasets) list.push_back(d.get());
+    // An unnamed dataset has no handle the module could compare a job name with.
+    for (auto& d : state().datasets) {
+      if (!d->name().empty()) list.push_back(d.get());
+    }
   }
 };
 }  // namespace
@@ -267,6 +276,36 @@ std::string installPath() {
   return state().install.getPath();
 }
 
+// ---- datasets ----
+
+namespace {
+
+// Callers hold stateMutex().
+void eraseDataset(State& st, const DatasetEntry* entry) {
+  if (st.active == entry) st.active = nullptr;
+  auto& ds = st.datasets;
+  ds.erase(std::remove_if(ds.begin(), ds.end(), [&](const auto& d) { return d.get() == entry; }),
+           ds.end());
+}
+
+DatasetEntry* findNamed(State& st, const std::string& name) {
+  for (auto& d : st.datasets) {
+    if (!d->name().empty() && equalsIgnoreCase(d->name(), name)) return d.get();
+  }
+  return nullptr;
+}
+
+DatasetInfo describe(const State& st, const DatasetEntry& d) {
+  DatasetInfo info;
+  info.name = d.name();
+  info.active = st.active == &d;
+  info.cases = d.data().cases;
+  info.variables = d.data().variables.size();
+  return info;
+}
+
+}  // namespace
+
 void openDataset(const std::string& name) {
   std::lock_guard<std::mutex> lock(stateMutex());
   state().datasets.push_back(std::make_unique<DatasetEntry>(name));
@@ -274,24 +313,113 @@ void openDataset(const std::string& name) {
 
 bool closeDataset(const std::string& name) {
   std::lock_guard<std::mutex> lock(stateMutex());
-  auto& ds = state().datasets;
-  auto it = std::remove_if(ds.begin(), ds.end(),
-                           [&](const auto& d) { return equalsIgnoreCase(d->name(), name); });
+  State& st = state();
+  auto& ds = st.datasets;
+  auto it = std::remove_if(ds.begin(), ds.end(), [&](const auto& d) {
+    return !d->name().empty() && equalsIgnoreCase(d->name(), name);
+  });
   bool closed = it != ds.end();
+  for (auto k = it; k != ds.end(); ++k) {
+    if (st.active == k->get()) st.active = nullptr;
+  }
   ds.erase(it, ds.end());
   return closed;
 }
 
 void closeAllDatasets() {
   std::lock_guard<std::mutex> lock(stateMutex());
+  state().active = nullptr;
   state().datasets.clear();
 }
 
 std::vector<std::string> datasetNames() {
   std::lock_guard<std::mutex> lock(stateMutex());
   std::vector<std::string> names;
-  for (auto& d : state().datasets) names.push_back(d->name());
+  for (auto& d : state().datasets) {
+    if (!d->name().empty()) names.push_back(d->name());
+  }
   return names;
+}
+
+std::vector<DatasetInfo> datasets() {
+  std::lock_guard<std::mutex> lock(stateMutex());
+  std::vector<DatasetInfo> out;
+  for (auto& d : state().datasets) out.push_back(describe(state(), *d));
+  return out;
+}
+
+void addImportedDataset(DatasetData data) {
+  auto entry = std::make_unique<DatasetEntry>(std::string(), std::move(data));
+  std::lock_guard<std::mutex> lock(stateMutex());
+  State& st = state();
+  if (st.active != nullptr && st.active->name().empty()) eraseDataset(st, st.active);
+  st.active = entry.get();
+  st.datasets.push_back(std::move(entry));
+}
+
+bool nameActiveDataset(const std::string& name, std::string& error) {
+  if (name.empty()) {
+    error = "a dataset name is needed";
+    return false;
+  }
+  for (unsigned char c : name) {
+    if (c <= ' ' || c == 0x7F) {
+      error = "'" + name + "' is not a dataset name: it holds a blank or a control character";
+      return false;
+    }
+  }
+  std::lock_guard<std::mutex> lock(stateMutex());
+  State& st = state();
+  if (st.active == nullptr) {
+    error = "there is no active dataset to name";
+    return false;
+  }
+  // Renaming the active dataset to a spelling of its own name is no move.
+  for (;;) {
+    DatasetEntry* holder = findNamed(st, name);
+    if (holder == nullptr || holder == st.active) break;
+    holder->rename(std::string());
+    eraseDataset(st, holder);  // unnamed and not active: nothing can reach it any more
+  }
+  st.active->rename(name);
+  return true;
+}
+
+bool activateDataset(const std::string& name, std::string& error) {
+  std::lock_guard<std::mutex> lock(stateMutex());
+  State& st = state();
+  DatasetEntry* target = name.empty() ? nullptr : findNamed(st, name);
+  if (target == nullptr) {
+    error = "no open dataset is named '" + name + "'";
+    return false;
+  }
+  if (st.active != nullptr && st.active != target && st.active->name().empty()) {
+    eraseDataset(st, st.active);
+  }
+  st.active = target;
+  return true;
+}
+
+bool activeDataset(DatasetInfo& info) {
+  std::lock_guard<std::mutex> lock(stateMutex());
+  if (state().active == nullptr) return false;
+  info = describe(state(), *state().active);
+  return true;
+}
+
+bool activeDatasetData(DatasetData& data) {
+  std::lock_guard<std::mutex> lock(stateMutex());
+  if (state().active == nullptr) return false;
+  data = state().active->data();
+  return true;
+}
+
+bool datasetData(const std::string& name, DatasetData& data) {
+  std::lock_guard<std::mutex> lock(stateMutex());
+  DatasetEntry* d = findNamed(state(), name);
+  if (d == nullptr) return false;
+  data = d->data();
+  return true;
 }
 
 }  // namespace zorvhost

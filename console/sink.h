@@ -1,0 +1,64 @@
+// Where everything zorv shows goes: the terminal (or standard output), the event stream, and the
+// HTML page of the whole session (--output).
+//
+// Human output: informative lines and tables on `human`, errors on `errors`. With `interactive`
+// each line first returns the cursor to the line's start, so that it overwrites a prompt; a status
+// line (a running job's elapsed time) is shown only on a terminal and is wiped before anything
+// else is written.
+//
+// Threads: the console's main thread only.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "events.h"
+#include "zorvhost/client.h"
+#include "zorvhost/output.h"
+
+namespace zorv {
+
+class OutputSink {
+ public:
+  OutputSink(std::ostream& human, std::ostream& errors, EventLog& events);
+
+  void setInteractive(bool interactive) { interactive_ = interactive; }
+  void setStatusAllowed(bool allowed) { statusAllowed_ = allowed; }
+
+  // An informative line (job messages, notices); it reaches the page as a message.
+  void line(const std::string& text);
+  // An error as `<where>: <command>: <text>`; an error event; a page error.
+  void error(const std::string& where, const std::string& command, const std::string& text);
+  // A command as it is run: only the page shows it.
+  void command(const std::string& text);
+  void table(const zorvhost::OutputTable& table);
+  // The active dataset after a command changed it: a line, an event, a page message.
+  void dataset(const zorvhost::DatasetInfo& info);
+  void jobStart(const std::string& job, bool started);
+  void jobEnd(const std::string& job, const std::string& syntax, const std::string& csv,
+              int32_t workbook, int32_t paragraph);
+
+  // A one-line status (no line break) that the next output replaces; ignored unless allowed.
+  void status(const std::string& text);
+  void clearStatus();
+  // Writes the prompt text as it stands (no line break).
+  void prompt(const std::string& text);
+
+  // The session's page: header, every fragment so far, footer.
+  std::string htmlPage() const;
+
+ private:
+  void humanLine(const std::string& text);
+
+  std::ostream& human_;
+  std::ostream& errors_;
+  EventLog& events_;
+  bool interactive_ = false;
+  bool statusAllowed_ = false;
+  bool statusShown_ = false;
+  std::string lastProcedure_;  // the page opens a procedure heading when it changes
+  std::vector<std::string> html_;
+};
+
+}  // namespace zorv
