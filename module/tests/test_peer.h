@@ -159,4 +159,11 @@ class GenoStatAlgoManagerTestPeer {
     return m.m_jobQueue.empty() && m.m_currentJob.load() == nullptr;
   }
   static bool hasStringTable(GenoStatAlgoManager& m) { return m.m_stringTable.load() != nullptr; }
+
+  // ---- string table ----
+  // Gives the manager `table` (may be null) as its string table, as the worker would load it; the
+  // manager owns it from then on. Returns the previous table, now the caller's to delete.
+  static FacSTDictionary* setStringTable(GenoStatAlgoManager& m, FacSTDictionary* table) {
+    return m.m_stringTable.exchange(table);
+  }
 };
