@@ -97,9 +97,9 @@ class PrefixedSource final : public ByteSource {
 class CompressedInput {
  public:
   explicit CompressedInput(std::unique_ptr<ByteSource> raw)
-      : raw_(std::move(raw)), buffer_(kCompressedChunk) {}
+      : raw_(std::move(raw)), buffer_(new unsigned char[kCompressedChunk]) {}
 
-  const unsigned char* data() const { return buffer_.data() + begin_; }
+  const unsigned char* data() const { return buffer_.get() + begin_; }
   std::size_t size() const { return end_ - begin_; }
   bool atEnd() const { return eof_ && size() == 0; }
   bool eof() const { return eof_; }
@@ -109,13 +109,13 @@ class CompressedInput {
   bool refill() {
     if (eof_) return false;
     if (begin_ != 0) {
-      std::memmove(buffer_.data(), buffer_.data() + begin_, size());
+      std::memmove(buffer_.get(), buffer_.get() + begin_, size());
       end_ -= begin_;
       begin_ = 0;
     }
-    if (end_ == buffer_.size()) return true;  // the window is already full
+    if (end_ == kCompressedChunk) return true;  // the window is already full
     const std::size_t n =
-        raw_->read(reinterpret_cast<char*>(buffer_.data() + end_), buffer_.size() - end_);
+        raw_->read(reinterpret_cast<char*>(buffer_.get() + end_), kCompressedChunk - end_);
     if (n == 0) {
       eof_ = true;
       return false;
@@ -132,7 +132,7 @@ class CompressedInput {
 
  private:
   std::unique_ptr<ByteSource> raw_;
-  std::vector<unsigned char> buffer_;
+  std::unique_ptr<unsigned char[]> buffer_;  // kCompressedChunk bytes, filled before use
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
   bool eof_ = false;

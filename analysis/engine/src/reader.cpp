@@ -5,7 +5,7 @@
 #include "genostat/reader.h"
 
 #include <cstring>
-#include <vector>
+#include <memory>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
@@ -29,6 +29,27 @@ std::string describeByte(unsigned char c) {
       return "code " + std::to_string(c);
   }
 }
+
+// A byte buffer that is not zero-filled when created or grown (it is always written before it is
+// read), keeping its first `keep` bytes when it grows.
+class TextBuffer {
+ public:
+  explicit TextBuffer(std::size_t size) : data_(new char[size]), size_(size) {}
+  char* data() { return data_.get(); }
+  const char* data() const { return data_.get(); }
+  std::size_t size() const { return size_; }
+  char operator[](std::size_t i) const { return data_[i]; }
+  void grow(std::size_t size, std::size_t keep) {
+    std::unique_ptr<char[]> bigger(new char[size]);
+    std::memcpy(bigger.get(), data_.get(), keep);
+    data_ = std::move(bigger);
+    size_ = size;
+  }
+
+ private:
+  std::unique_ptr<char[]> data_;
+  std::size_t size_;
+};
 
 // Upper-cases ASCII letters in place and reports whether every byte is printable ASCII ('!'..'~').
 // Sixteen bytes at a time with SSE2 (part of every x86-64), so the check costs the same at any
@@ -239,7 +260,7 @@ class Parser {
              "the record is longer than " + std::to_string(options_.maxRecordBytes) +
                  " bytes (is this a FASTQ file?)");
       }
-      buffer_.resize(std::min(buffer_.size() * 2, options_.maxRecordBytes));
+      buffer_.grow(std::min(buffer_.size() * 2, options_.maxRecordBytes), end_);
     }
     std::size_t n = 0;
     try {
@@ -271,7 +292,7 @@ class Parser {
   const std::string& path_;
   RecordSink& sink_;
   const ReadOptions& options_;
-  std::vector<char> buffer_;
+  TextBuffer buffer_;
   std::size_t pos_ = 0;  // start of the first unparsed byte
   std::size_t end_ = 0;  // end of the data in the buffer
   bool eof_ = false;
@@ -290,7 +311,9 @@ std::uint64_t readFastq(ByteSource& source, const std::string& path, RecordSink&
 std::uint64_t readFastqMemory(std::string_view data, const std::string& path, RecordSink& sink,
                               Inflater inflater) {
   auto source = openDecodedSource(memorySource(data), path, inflater);
-  return readFastq(*source, path, sink, ReadOptions{});
+  ReadOptions options;
+  options.bufferSize = 4096;  // grows when needed; small in-memory inputs stay cheap
+  return readFastq(*source, path, sink, options);
 }
 
 }  // namespace genostat
