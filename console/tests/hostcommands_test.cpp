@@ -1,0 +1,152 @@
+// The host commands of a job's syntax as zorv runs them: grammar first, then the command; each
+// failure reported under the command's name, and the settings that the import reads.
+#include "hostcommands.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "zorvhost/client.h"
+
+namespace zorv {
+namespace {
+
+class HostCommandsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    zorvhost::closeAllDatasets();
+    zorvhost::takeCommandErrors();
+    dir_ = std::filesystem::temp_directory_path() / ("zorv-hostcmd-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir_);
+  }
+  void TearDown() override {
+    zorvhost::closeAllDatasets();
+    std::filesystem::remove_all(dir_);
+  }
+
+  // Runs one command; the errors it reported, as "COMMAND: text".
+  std::vector<std::string> run(const std::string& text) {
+    std::string name = text.substr(0, text.find(' '));
+    if (name == "GET" || name == "DATASET" || name == "NONPAR") {
+      size_t second = text.find(' ', name.size() + 1);
+      name = text.substr(0, second);
+    }
+    commands_.run(name, text);
+    std::vector<std::string> out;
+    for (auto& e : zorvhost::takeCommandErrors()) out.push_back(e.command + ": " + e.text);
+    return out;
+  }
+
+  std::string csv(const std::string& text) {
+    std::string path = (dir_ / "d.csv").string();
+    std::ofstream(path, std::ios::binary) << text;
+    return path;
+  }
+
+  std::ostringstream human_, errors_;
+  EventLog events_;
+  OutputSink sink_{human_, errors_, events_};
+  HostCommands commands_{sink_};
+  std::filesystem::path dir_;
+};
+
+TEST_F(HostCommandsTest, TheImportReadsTheFileAsTheCommandDescribesIt) {
+  std::string path = csv("x;y\n'a;b';1,5\n");
+  EXPECT_TRUE(run("SET DECIMAL=COMMA").empty());
+  EXPECT_TRUE(run("GET DATA /TYPE=TXT /FILE='" + path +
+                  "' /DELIMITERS=';' /QUALIFIER=\"'\" /FIRSTCASE=2 /VARIABLES=x AUTO y AUTO")
+                  .empty());
+  zorvhost::DatasetData data;
+  ASSERT_TRUE(zorvhost::activeDatasetData(data));
+  EXPECT_EQ(data.variables[0].strings[0], "a;b");
+  EXPECT_EQ(data.variables[1].numbers[0], 1.5);
+  EXPECT_EQ(human_.str(), "Active dataset (unnamed): 1 case, 2 variables.\n");
+}
+
+TEST_F(HostCommandsTest, PreserveAndRestoreKeepTheDecimalMark) {
+  EXPECT_TRUE(run("PRESERVE").empty());
+  EXPECT_TRUE(run("SET DECIMAL DOT").empty());
+  EXPECT_EQ(commands_.decimal(), '.');
+  EXPECT_TRUE(run("PRESERVE").empty());
+  EXPECT_TRUE(run("SET DECIMAL COMMA").empty());
+  EXPECT_EQ(commands_.decimal(), ',');
+  EXPECT_TRUE(run("RESTORE").empty());
+  EXPECT_EQ(commands_.decimal(), '.');
+  EXPECT_TRUE(run("RESTORE").empty());
+  EXPECT_EQ(run("RESTORE"),
+            std::vector<std::string>{"RESTORE: there are no preserved settings to restore (no PRESERVE before it)"});
+  EXPECT_TRUE(run("CACHE").empty());
+  EXPECT_TRUE(run("EXECUTE").empty());
+}
+
+TEST_F(HostCommandsTest, StatisticsAreAnnouncedNotRunAndNotFailures) {
+  for (const char* text : {"DESCRIPTIVES VARIABLES=GC /STATISTICS=MEAN", "FREQUENCIES VARIABLES=GC",
+                           "CORRELATIONS /VARIABLES=GC qc_score", "NONPAR CORR /VARIABLES=GC qc_score",
+                           "REGRESSION /DEPENDENT GC /METHOD=ENTER qc_score"}) {
+    EXPECT_TRUE(run(text).empty()) << text;
+  }
+  EXPECT_EQ(human_.str(),
+            "DESCRIPTIVES: command not available in this console yet\n"
+            "FREQUENCIES: command not available in this console yet\n"
+            "CORRELATIONS: command not available in this console yet\n"
+            "NONPAR CORR: command not available in this console yet\n"
+            "REGRESSION: command not available in this console yet\n");
+  // A malformed one is still a fault of the command.
+  EXPECT_EQ(run("DESCRIPTIVES /STATISTICS=MEAN"),
+            std::vector<std::string>{"DESCRIPTIVES: Line 1, column 30, at end of command: subcommand /VARIABLES is required."});
+}
+
+TEST_F(HostCommandsTest, EveryFailureOfTheDataCommandsIsReported) {
+  std::string path = csv("a\n1\n");
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"GET DATA /TYPE=TXT /FILE=''", "GET DATA: /FILE names no file"},
+      {"GET DATA /TYPE=TXT /FILE='" + path + "' /ARRANGEMENT=FIXED",
+       "GET DATA: ARRANGEMENT=FIXED is not supported; this console reads delimited text"},
+      {"GET DATA /TYPE=TXT /FILE='" + path + "' /ENCODING='UTF16'",
+       "GET DATA: " + path + ": encoding 'UTF16' is not supported; the import reads UTF8"},
+      {"GET DATA /TYPE=TXT /FILE='" + path + "' /VARIABLES=a DATE",
+       "GET DATA: " + path + ": variable a: format 'DATE' is not known (AUTO, A<width>, F<width>.<decimals>)"},
+      {"DATASET NAME x", "DATASET NAME: there is no active dataset to name"},
+      {"DATASET ACTIVATE x", "DATASET ACTIVATE: no open dataset is named 'x'"},
+      {"PRESERVE now", "PRESERVE: Line 1, column 10, at now: a subcommand starting with '/' is expected."},
+      {"SET DECIMAL=SEMICOLON", "SET: Line 1, column 13, at SEMICOLON: DECIMAL accepts only DOT, COMMA."},
+  };
+  for (const auto& c : cases) {
+    auto errors = run(c.first);
+    ASSERT_EQ(errors.size(), 1u) << c.first;
+    EXPECT_EQ(errors[0], c.second);
+  }
+  EXPECT_TRUE(zorvhost::datasets().empty());
+  EXPECT_EQ(human_.str(), "");
+}
+
+TEST_F(HostCommandsTest, DatasetCommandsReportTheActiveDataset) {
+  std::string path = csv("a,b\n1,x\n2,y\n");
+  ASSERT_TRUE(run("GET DATA /TYPE=TXT /FILE='" + path + "' /FIRSTCASE=2 /VARIABLES=a AUTO b AUTO").empty());
+  ASSERT_TRUE(run("DATASET NAME my_run_1").empty());
+  ASSERT_TRUE(run("GET DATA /TYPE=TXT /FILE='" + path + "' /FIRSTCASE=1").empty());
+  ASSERT_TRUE(run("DATASET ACTIVATE MY_RUN_1").empty());
+  EXPECT_EQ(human_.str(),
+            "Active dataset (unnamed): 2 cases, 2 variables.\n"
+            "Active dataset my_run_1: 2 cases, 2 variables.\n"
+            "Active dataset (unnamed): 3 cases, 2 variables.\n"
+            "Active dataset my_run_1: 2 cases, 2 variables.\n");
+  EXPECT_EQ(zorvhost::datasetNames(), std::vector<std::string>{"my_run_1"});
+}
+
+TEST_F(HostCommandsTest, ValuesThatAreNotNumbersAreNoted) {
+  std::string path = csv("v\n1\n2\nx\n");
+  std::string command = "GET DATA /TYPE=TXT /FILE='" + path + "' /FIRSTCASE=2 /DATATYPEMIN PERCENTAGE=60";
+  ASSERT_TRUE(run(command).empty());
+  EXPECT_EQ(human_.str(),
+            "GET DATA: variable v: 1 value is not a number and read as missing (first on line 4: 'x')\n"
+            "Active dataset (unnamed): 3 cases, 1 variable.\n");
+}
+
+}  // namespace
+}  // namespace zorv
