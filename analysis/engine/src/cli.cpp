@@ -1,6 +1,7 @@
 #include "genostat/cli.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -216,6 +217,18 @@ class OutputFile {
   bool committed_ = false;
 };
 
+// The cores this process may run on (its affinity mask, which containers and taskset narrow),
+// at most kMaxThreads.
+unsigned usableCores() {
+  unsigned cores = std::thread::hardware_concurrency();
+#ifdef __linux__
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (::sched_getaffinity(0, sizeof set, &set) == 0) cores = static_cast<unsigned>(CPU_COUNT(&set));
+#endif
+  return std::clamp(cores, 1u, kMaxThreads);
+}
+
 int report(std::ostream& err, const Failure& failure) {
   err << "genostat-qc: error: " << failure.path << ": " << failure.message << '\n';
   err.flush();
@@ -243,8 +256,7 @@ int runCli(const std::vector<std::string>& argv, std::ostream& out, std::ostream
 
     EngineOptions options;
     options.metrics = args.metrics;
-    options.threads = args.threads != 0 ? args.threads
-                                        : std::max(1u, std::thread::hardware_concurrency());
+    options.threads = args.threads != 0 ? args.threads : usableCores();
     std::mutex progressMutex;
     if (args.progress) {
       options.progress = [&err, &progressMutex](std::size_t file, std::uint64_t done,
