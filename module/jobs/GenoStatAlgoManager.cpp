@@ -54,9 +54,23 @@ void GenoStatAlgoManager::addJobToQueue(GenoJobSettings* job) {
     job->jobStatus.store(JobStatus::Pending);
     sendStartGenomicsJobMessage(job, false);
   }
-  // The worker start (join a finished worker, set m_workerRunning, run processJobs on a new
-  // thread) arrives together with the worker loop; until then jobs wait in the queue, where they
-  // can be cancelled and are freed by the destructor.
+  if (!m_workerRunning && !m_workerHeld) {
+    // A worker whose loop has ended leaves its thread object behind.
+    if (m_workerThread.joinable()) {
+      if (m_workerThread.get_id() == std::this_thread::get_id()) {
+        throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+      }
+      m_workerThread.join();
+    }
+    m_workerRunning = true;
+    try {
+      m_workerThread = std::thread(&GenoStatAlgoManager::processJobs, this);
+    } catch (...) {
+      // No thread: the job stays queued and the next submission tries again.
+      m_workerRunning = false;
+      throw;
+    }
+  }
   m_queueCondition.notify_one();
 }
 

@@ -71,6 +71,9 @@ class GENOSTAT_API GenoStatAlgoManager {
   // ---- worker ----
   void processJobs();  // [worker]
   bool launchPythonProcess(GenoJobSettings* settings);  // [worker] owns and frees `settings`
+  // [worker][locks] Stops treating `job` as the running job, then frees it: a cancel that found it
+  // running has finished with it once this holds the lock.
+  void releaseJob(GenoJobSettings* job);
 
   // ---- texts and messages ----
   std::string getLocalizedString(const std::string& key) const;
@@ -119,8 +122,14 @@ class GENOSTAT_API GenoStatAlgoManager {
   std::thread m_workerThread;
   std::atomic<bool> m_stop{false};          // read by the worker without the lock after a job
   bool m_workerRunning = false;
-  std::atomic<int32_t> m_processId{-1};     // written by the worker, read by cancelJob
-  std::atomic<GenoJobSettings*> m_currentJob{nullptr};  // cleared by the worker without the lock
+  // Set by the tests of the queue alone: addJobToQueue then starts no worker and jobs stay queued.
+  bool m_workerHeld = false;
+  // Written by the worker, read by cancelJob. Set back to -1 under the lock as soon as the job's
+  // process has ended, before its id can be given to another process.
+  std::atomic<int32_t> m_processId{-1};
+  // Set by the worker under the lock when it takes a job; cleared under the lock before the record
+  // is freed, so a cancel never reads a freed record.
+  std::atomic<GenoJobSettings*> m_currentJob{nullptr};
   // Filled failure texts waiting for their /PRINT, keyed by the job name as the /PRINT command spells
   // it (blanks as '_') and the message code; oldest first within a key.
   std::map<std::pair<std::string, int32_t>, std::deque<std::string>> m_failureMessages;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace genostat::platform {
 
@@ -37,5 +38,27 @@ char pathSeparator();
 // Terminates `pid` and every process descended from it, children before parents. True when the
 // root process itself was terminated. Never signals a pid of 1 or below.
 bool killProcessTree(int pid);
+
+// ---- analysis processes ----
+
+// The host's Python launcher in its installation folder: "statisticspython3" on POSIX (a script
+// that starts the interpreter), "statisticspython3.bat" on Windows.
+std::string launcherFileName();
+
+// Starts `program` with `args` as its arguments, without a shell, as the leader of a new process
+// group, inheriting the caller's environment, working folder and standard streams and no other
+// handle or file descriptor. Returns the child's process id, or -1 when no child could be created.
+// A program that cannot be executed (missing, not executable) still yields a child, which ends at
+// once with exit code 127, as a shell would: the failure surfaces as that exit code.
+int startProcess(const std::string& program, const std::vector<std::string>& args);
+
+// Waits without a time limit until the child `pid` of startProcess has ended and returns its exit
+// code; an end by a signal counts as 128 plus the signal number. The ended child keeps holding its
+// process id (it is not reaped), so nothing else can be given that id until reapProcess: whoever
+// stores the id can forget it first. -1 when `pid` is no such child.
+int waitForExitKeepingId(int pid);
+
+// Releases the ended child `pid` after waitForExitKeepingId; its id may be reused from then on.
+void reapProcess(int pid);
 
 }  // namespace genostat::platform

@@ -144,8 +144,8 @@ TEST(ManagerState, TextsAreTheirKeysWithoutStringTable) {
   EXPECT_EQ(Peer::getLocalizedString(*manager, ""), "");
 }
 
-TEST(ManagerState, QueuingStartsNoWorkerYet) {
-  // The worker arrives with the job run; until then a queued job stays where it is.
+TEST(ManagerState, HeldWorkerLeavesQueuedJobsInPlace) {
+  // The queue tests' managers start no worker, so a queued job stays where it is.
   ClientRecorder client;
   auto manager = Peer::make();
   manager->addJobToQueue(makeJob("a"));

@@ -17,7 +17,14 @@
 class GenoStatAlgoManagerTestPeer {
  public:
   // A fresh manager of its own, independent of the module's singleton (m_pAlgoMgr is not touched).
+  // Its worker is held: queued jobs stay in the queue, for the tests of the queue alone.
   static std::unique_ptr<GenoStatAlgoManager> make() {
+    std::unique_ptr<GenoStatAlgoManager> manager(new GenoStatAlgoManager());
+    manager->m_workerHeld = true;
+    return manager;
+  }
+  // A fresh manager whose first queued job starts the worker, as in the module.
+  static std::unique_ptr<GenoStatAlgoManager> makeWithWorker() {
     return std::unique_ptr<GenoStatAlgoManager>(new GenoStatAlgoManager());
   }
 
@@ -138,4 +145,18 @@ class GenoStatAlgoManagerTestPeer {
   static FacSTDictionary* setStringTable(GenoStatAlgoManager& m, FacSTDictionary* table) {
     return m.m_stringTable.exchange(table);
   }
+
+  // ---- the job run ----
+  static bool launchPythonProcess(GenoStatAlgoManager& m, GenoJobSettings* settings) {
+    return m.launchPythonProcess(settings);
+  }
+  static bool handlePythonError(GenoStatAlgoManager& m, int32_t exitCode, GenoJobSettings* job) {
+    return m.handlePythonError(exitCode, job);
+  }
+  // True when the worker has nothing in hand: the queue is empty and no job is running.
+  static bool idle(GenoStatAlgoManager& m) {
+    std::lock_guard<std::mutex> lock(m.m_queueMutex);
+    return m.m_jobQueue.empty() && m.m_currentJob.load() == nullptr;
+  }
+  static bool hasStringTable(GenoStatAlgoManager& m) { return m.m_stringTable.load() != nullptr; }
 };

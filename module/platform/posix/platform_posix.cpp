@@ -1,9 +1,12 @@
 // POSIX implementation of the platform interface: stat-based path queries, the input-file check,
-// the clock and the process-tree kill through /proc.
+// the clock, starting and waiting for analysis processes, and the process-tree kill through /proc.
 #include <dirent.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -16,6 +19,8 @@
 #include <vector>
 
 #include "platform/platform.h"
+
+extern char** environ;
 #include "platform/posix/process_tree.h"
 
 namespace genostat::platform {
@@ -70,6 +75,36 @@ void killSubtree(pid_t pid, std::set<pid_t>& visited) {
   sendSignal(pid, SIGKILL);
 }
 
+// The child's side of startProcess, between fork and exec: only async-signal-safe calls, since
+// the parent may have had other threads holding locks at the fork.
+[[noreturn]] void execChild(const char* program, char* const* argv, long maxFd) {
+  ::setpgid(0, 0);
+  // Handlers the host installed mean nothing in the child; ignored signals stay ignored, as exec
+  // keeps them anyway.
+  for (int signal = 1; signal < NSIG; ++signal) {
+    struct sigaction current {};
+    if (::sigaction(signal, nullptr, &current) == 0 && current.sa_handler != SIG_IGN &&
+        current.sa_handler != SIG_DFL) {
+      struct sigaction reset {};
+      reset.sa_handler = SIG_DFL;
+      ::sigaction(signal, &reset, nullptr);
+    }
+  }
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
+  // Only the standard streams go to the child: descriptors the host opened without close-on-exec
+  // would otherwise stay open in the analysis for as long as it runs.
+#ifdef SYS_close_range
+  if (::syscall(SYS_close_range, 3U, ~0U, 0U) != 0)
+#endif
+  {
+    for (long fd = 3; fd < maxFd; ++fd) ::close(static_cast<int>(fd));
+  }
+  ::execve(program, argv, environ);
+  ::_exit(127);  // as a shell reports a command it cannot run
+}
+
 }  // namespace
 
 PathAttributes pathAttributes(const std::string& path) {
@@ -109,6 +144,57 @@ int64_t currentTimeSeconds() {
 ClockFunction setClock(ClockFunction clock) { return g_clock.exchange(clock); }
 
 char pathSeparator() { return '/'; }
+
+std::string launcherFileName() { return "statisticspython3"; }
+
+int startProcess(const std::string& program, const std::vector<std::string>& args) {
+  // Everything the child needs is built before the fork; the child may not allocate.
+  std::vector<char*> argv;
+  argv.reserve(args.size() + 2);
+  argv.push_back(const_cast<char*>(program.c_str()));
+  for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+  argv.push_back(nullptr);
+  long maxFd = ::sysconf(_SC_OPEN_MAX);
+  if (maxFd < 0 || maxFd > (1L << 20)) maxFd = 1L << 20;  // only for kernels without close_range
+
+  // No signal may run one of the host's handlers in the child before exec has replaced them.
+  sigset_t all;
+  sigset_t previous;
+  ::sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &previous);
+  const pid_t pid = ::fork();
+  if (pid == 0) execChild(program.c_str(), argv.data(), maxFd);
+  // Set from both sides, so the group exists before either goes on: a kill that reads the child's
+  // group right after this call finds it. Fails harmlessly once the child has exec'd.
+  if (pid > 0) ::setpgid(pid, pid);
+  ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  return pid > 0 ? static_cast<int>(pid) : -1;
+}
+
+int waitForExitKeepingId(int pid) {
+  if (pid <= 0) return -1;
+  siginfo_t info{};
+  // WNOWAIT leaves the ended child a zombie: its id stays taken until reapProcess.
+  while (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) != 0) {
+    if (errno != EINTR) return -1;
+  }
+  switch (info.si_code) {
+    case CLD_EXITED:
+      return info.si_status;
+    case CLD_KILLED:
+    case CLD_DUMPED:
+      return 128 + info.si_status;
+    default:
+      return -1;
+  }
+}
+
+void reapProcess(int pid) {
+  if (pid <= 0) return;
+  int status = 0;
+  while (::waitpid(static_cast<pid_t>(pid), &status, 0) < 0 && errno == EINTR) {
+  }
+}
 
 bool killProcessTree(int pid) {
   // kill(0) would hit our own process group, kill(-1) every process of the user, and 1 is init.

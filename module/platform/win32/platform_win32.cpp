@@ -7,8 +7,12 @@
 #include <tlhelp32.h>
 
 #include <atomic>
+#include <cstdint>
 #include <ctime>
+#include <map>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include "platform/platform.h"
 
@@ -16,6 +20,22 @@ namespace genostat::platform {
 
 namespace {
 std::atomic<ClockFunction> g_clock{nullptr};
+
+// Process handles of started analyses, by id. An open handle keeps the ended process's id from
+// being reused, which is what lets the caller forget the id before reapProcess closes the handle.
+std::mutex g_processMutex;
+std::map<DWORD, HANDLE> g_processes;
+
+// One byte becomes one UTF-16 unit, taken as a signed 8-bit value: ASCII maps to itself, bytes
+// 0x80 to 0xFF become 0xFF80 to 0xFFFF. No code-page conversion, on purpose.
+std::wstring widenBytes(const std::string& text) {
+  std::wstring wide;
+  wide.reserve(text.size());
+  for (const char c : text) {
+    wide.push_back(static_cast<wchar_t>(static_cast<int16_t>(static_cast<signed char>(c))));
+  }
+  return wide;
+}
 }  // namespace
 
 PathAttributes pathAttributes(const std::string& path) {
@@ -52,6 +72,54 @@ int64_t currentTimeSeconds() {
 ClockFunction setClock(ClockFunction clock) { return g_clock.exchange(clock); }
 
 char pathSeparator() { return '\\'; }
+
+std::string launcherFileName() { return "statisticspython3.bat"; }
+
+int startProcess(const std::string& program, const std::vector<std::string>& args) {
+  // Every argument in double quotes, one blank between, nothing escaped.
+  std::wstring commandLine = L"\"" + widenBytes(program) + L"\"";
+  for (const std::string& arg : args) commandLine += L" \"" + widenBytes(arg) + L"\"";
+  std::vector<wchar_t> buffer(commandLine.begin(), commandLine.end());
+  buffer.push_back(L'\0');  // CreateProcessW may write into its command line
+
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION info{};
+  // No inherited handles; the host's environment and current folder.
+  if (!::CreateProcessW(nullptr, buffer.data(), nullptr, nullptr, FALSE,
+                        CREATE_NEW_PROCESS_GROUP | CREATE_UNICODE_ENVIRONMENT, nullptr, nullptr, &startup,
+                        &info)) {
+    return -1;
+  }
+  ::CloseHandle(info.hThread);
+  // A batch file that cannot be found is reported by cmd.exe through its exit code, so a missing
+  // launcher surfaces there rather than here.
+  std::lock_guard<std::mutex> lock(g_processMutex);
+  g_processes[info.dwProcessId] = info.hProcess;
+  return static_cast<int>(info.dwProcessId);
+}
+
+int waitForExitKeepingId(int pid) {
+  HANDLE process = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(g_processMutex);
+    const auto found = g_processes.find(static_cast<DWORD>(pid));
+    if (found == g_processes.end()) return -1;
+    process = found->second;
+  }
+  ::WaitForSingleObject(process, INFINITE);
+  DWORD code = 0;
+  ::GetExitCodeProcess(process, &code);
+  return static_cast<int>(code);
+}
+
+void reapProcess(int pid) {
+  std::lock_guard<std::mutex> lock(g_processMutex);
+  const auto found = g_processes.find(static_cast<DWORD>(pid));
+  if (found == g_processes.end()) return;
+  ::CloseHandle(found->second);
+  g_processes.erase(found);
+}
 
 bool killProcessTree(int pid) {
   // 0 is the idle process, its own parent in the snapshot: the walk would never end.

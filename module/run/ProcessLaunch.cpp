@@ -1,0 +1,122 @@
+// One job's run on the worker thread: the result CSV's name, the analysis process, the wait, and
+// what the job's outcome sends to the client.
+#include <cstdio>
+#include <exception>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "entry/Texts.h"
+#include "host/paths.h"
+#include "jobs/GenoStatAlgoManager.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr int kInstallFolderKind = 3;
+constexpr char kScriptsFolder[] = "scripts";
+constexpr char kScriptName[] = "genostat.pyc";
+
+// Runs `release` on every way out of the run.
+template <typename Release>
+class ScopeExit {
+ public:
+  explicit ScopeExit(Release release) : release_(release) {}
+  ~ScopeExit() { release_(); }
+  ScopeExit(const ScopeExit&) = delete;
+  ScopeExit& operator=(const ScopeExit&) = delete;
+
+ private:
+  Release release_;
+};
+
+}  // namespace
+
+bool GenoStatAlgoManager::launchPythonProcess(GenoJobSettings* settings) {
+  if (settings == nullptr) return false;
+  const auto releaseRecord = [this, settings] { releaseJob(settings); };
+  const ScopeExit<decltype(releaseRecord)> release(releaseRecord);
+
+  // Only a job nobody has cancelled becomes Running: a cancel between the worker taking the job
+  // and this point must not be overwritten.
+  JobStatus expected = JobStatus::Pending;
+  settings->jobStatus.compare_exchange_strong(expected, JobStatus::Running);
+
+  int pid = -1;
+  try {
+    const char* temp = GetZorvTempPath();
+    const std::string tempFolder = temp != nullptr ? temp : "";
+    const std::string csv = generateUniqueFilename(tempFolder, settings->jobName);
+    if (csv.empty()) return false;  // no temporary folder: the job is dropped, as it always was
+    {
+      // A cancel of the running job sends this path to the client under the lock.
+      std::lock_guard<std::mutex> lock(m_queueMutex);
+      settings->csvFilePath = csv;
+    }
+
+    const PathFinder* finder = PathFactory::getPathInstance(kInstallFolderKind);
+    const std::string base = finder != nullptr ? finder->getPath() : std::string();
+    std::string script = base + kScriptsFolder + genostat::platform::pathSeparator() + kScriptName;
+    // The fallback is not checked: a script that is not there fails in the launcher.
+    if (!fileExists(script)) script = base + kScriptName;
+    const std::string launcher = base + genostat::platform::launcherFileName();
+
+    std::string json;
+    generateParameterJSON(settings, json);
+    const std::string payload = base64_encode(json);
+    pid = genostat::platform::startProcess(launcher, {script, payload});
+  } catch (const std::exception&) {
+    return false;
+  }
+  if (pid < 0) return false;  // no child could be created: silent, as the run has nothing to report
+
+  m_processId.store(pid);
+  // A cancel that came before the id was stored killed nothing; this one is then the only kill.
+  // (Both atomics are sequentially consistent: the cancel either sees the id or is seen here.)
+  if (settings->jobStatus.load() == JobStatus::Cancelled) killProcess(pid);
+
+  const int exitCode = genostat::platform::waitForExitKeepingId(pid);
+  {
+    // The ended process still holds its id, so no cancel can kill a stranger that inherits it.
+    // From here on the job is no longer running: a cancel cannot find it, and its status is final.
+    std::lock_guard<std::mutex> lock(m_queueMutex);
+    m_processId.store(-1);
+    if (m_currentJob.load() == settings) m_currentJob.store(nullptr);
+  }
+  genostat::platform::reapProcess(pid);
+
+  try {
+    if (settings->jobStatus.load() == JobStatus::Cancelled) {
+      // The cancel has told the client already; only the partial result goes.
+      if (fileExists(settings->csvFilePath) && std::remove(settings->csvFilePath.c_str()) != 0) {
+        std::perror(texts::kFileDeletionFailed);
+      }
+      return true;
+    }
+    if (handlePythonError(exitCode, settings)) return true;
+
+    settings->jobStatus.store(JobStatus::Completed);
+    std::string syntax;
+    if (fileExists(settings->csvFilePath)) {
+      int32_t rows = 0;
+      int32_t columns = 0;
+      parseCSVForCounts(settings->csvFilePath, rows, columns);
+      // A CSV without data rows keeps the record's counts and code as they were.
+      if (rows > 0) {
+        settings->sampleCount = rows;
+        settings->variableCount = columns - 2;  // the sample name and the adapter are not metrics
+        settings->messageCode = 100;
+      }
+      preparePostJobSyntax(settings, syntax, false);
+    } else {
+      settings->sampleCount = 0;
+      settings->variableCount = 0;
+      settings->messageCode = 101;
+      preparePostJobSyntax(settings, syntax, true);
+    }
+    sendEndGenomicsJobMessage(settings, syntax);
+  } catch (const std::exception&) {
+    // Out of memory while building texts: the job ends without its message, the worker goes on.
+  }
+  return true;
+}

@@ -1,0 +1,158 @@
+// The worker: jobs run one at a time in submission order, from command to client messages; jobs
+// cancelled while queued or while running; the manager's shutdown with a job in hand.
+#ifndef _WIN32
+
+#include <string>
+#include <vector>
+
+#include "run_test_support.h"
+
+namespace run_test {
+namespace {
+
+class WorkerTest : public RunTest {};
+
+TEST_F(WorkerTest, FirstQueuedJobStartsTheWorker) {
+  EXPECT_FALSE(Peer::workerRunning(*manager_));
+  submit("first", R"({})");
+  EXPECT_TRUE(Peer::workerRunning(*manager_));
+  ASSERT_TRUE(client_.waitForEnds(1));
+  // The worker waits for more work rather than ending with an empty queue.
+  EXPECT_TRUE(Peer::workerRunning(*manager_));
+  submit("second", R"({})");
+  ASSERT_TRUE(client_.waitForEnds(2));
+}
+
+TEST_F(WorkerTest, JobsRunOneAtATimeInSubmissionOrder) {
+  const std::string log = scratch_.file("log");
+  for (const char* tag : {"A", "B", "C"}) {
+    submit(tag, R"({"log":")" + log + R"(","tag":")" + tag + R"(","sleep":0.05})");
+  }
+  ASSERT_TRUE(client_.waitForEnds(3));
+  EXPECT_EQ(entry_test::readAll(log), "A+A-B+B-C+C-");
+
+  // Each job: queued (not started), started, ended; the ends in submission order.
+  for (const char* tag : {"A", "B", "C"}) {
+    const std::vector<Recorded> seen = client_.of(tag);
+    ASSERT_EQ(seen.size(), 3u) << tag;
+    EXPECT_EQ(seen[0].id, 1025);
+    EXPECT_FALSE(seen[0].started);
+    EXPECT_EQ(seen[1].id, 1025);
+    EXPECT_TRUE(seen[1].started);
+    EXPECT_EQ(seen[2].id, 1026);
+  }
+  const std::vector<Recorded> ends = client_.ends();
+  EXPECT_EQ(ends[0].jobName, "A");
+  EXPECT_EQ(ends[1].jobName, "B");
+  EXPECT_EQ(ends[2].jobName, "C");
+}
+
+TEST_F(WorkerTest, CommandToClientMessagesAndPostJobSyntax) {
+  zorvhost::setMetadataJson(R"({"job_metadata":{"workbook_id":"4","paragraph_id":"11"}})");
+  const std::string planFile = plan(R"({"rows":3})");
+  EXPECT_EQ(command("GENOSTAT /JOB FILE='" + planFile + "' NAME='my run' /DESCRIPTIVES VARIABLES=GC."),
+            std::vector<std::string>{});
+  zorvhost::setMetadataJson("");
+  submitted_.push_back("my run");
+  ASSERT_TRUE(client_.waitForEnds(1));
+
+  const Recorded end = client_.ends()[0];
+  EXPECT_EQ(end.jobName, "my run");
+  EXPECT_EQ(end.workbookId, 4);
+  EXPECT_EQ(end.paragraphId, 11);
+  const std::string csv = end.csvFilePath;
+  ASSERT_TRUE(entry_test::exists(csv)) << "kept for the import and the /DELETE";
+  const std::string& syntax = end.message;
+  // 3 rows; 27 columns less the sample name and the adapter; results produced.
+  EXPECT_NE(syntax.find("NAME='my_run'"), std::string::npos) << syntax;
+  EXPECT_NE(syntax.find("/PRINT SAMPLE_COUNT=3 VARIABLE_COUNT=25 MESSAGE=100."), std::string::npos) << syntax;
+  EXPECT_NE(syntax.find("/FILE=\"" + csv + "\""), std::string::npos) << syntax;
+  EXPECT_NE(syntax.find("DATASET NAME my_run."), std::string::npos) << syntax;
+  EXPECT_NE(syntax.find("DESCRIPTIVES VARIABLES=GC"), std::string::npos) << syntax;
+  EXPECT_LT(syntax.find("/PRINT"), syntax.find("GET DATA"));
+  EXPECT_LT(syntax.find("DESCRIPTIVES"), syntax.find("/DELETE"));
+
+  // The client runs the last command of that syntax; the module removes the CSV.
+  const std::string deleteCommand = syntax.substr(syntax.rfind("GENOSTAT"));
+  EXPECT_NE(deleteCommand.find("/DELETE FILE='" + csv + "'."), std::string::npos) << deleteCommand;
+  EXPECT_EQ(command(deleteCommand), std::vector<std::string>{});
+  EXPECT_FALSE(entry_test::exists(csv));
+}
+
+TEST_F(WorkerTest, JobCancelledWhileQueuedIsDroppedAndTheNextStarts) {
+  const std::string ready = scratch_.file("ready");
+  submit("running", R"({"ready":")" + ready + R"(","sleep":30})");
+  ASSERT_TRUE(eventually([&] { return entry_test::exists(ready); }));
+  submit("dropped", R"({"rows":1})");
+  submit("next", R"({"rows":1})");
+  ASSERT_TRUE(manager_->cancelJob("dropped"));
+  ASSERT_TRUE(manager_->cancelJob("running"));
+  ASSERT_TRUE(client_.waitForEnds(3));
+  ASSERT_TRUE(workerIdle());
+
+  // Queued, then ended by the cancel; never started.
+  const std::vector<Recorded> dropped = client_.of("dropped");
+  ASSERT_EQ(dropped.size(), 2u);
+  EXPECT_EQ(dropped[0].id, 1025);
+  EXPECT_FALSE(dropped[0].started);
+  EXPECT_EQ(dropped[1].id, 1026);
+  EXPECT_EQ(dropped[1].message, "");
+  const std::vector<Recorded> next = client_.of("next");
+  ASSERT_EQ(next.size(), 3u);
+  EXPECT_TRUE(next[1].started);
+  EXPECT_NE(next[2].message.find("MESSAGE=100."), std::string::npos);
+}
+
+TEST_F(WorkerTest, CancellingTheRunningJobEndsItOnceAndAtOnce) {
+  const std::string ready = scratch_.file("ready");
+  submit("live", R"({"rows":2,"ready":")" + ready + R"(","sleep":30})");
+  ASSERT_TRUE(eventually([&] { return entry_test::exists(ready); }));
+  const int32_t pid = Peer::processId(*manager_);
+  ASSERT_GT(pid, 1);
+  ASSERT_EQ(tempFiles().size(), 1u) << "the stand-in wrote its CSV before hanging";
+
+  EXPECT_TRUE(manager_->cancelJob("live"));
+  // The end message is sent by the cancel itself, before it returns.
+  std::vector<Recorded> ends = client_.ends();
+  ASSERT_EQ(ends.size(), 1u);
+  EXPECT_EQ(ends[0].jobName, "live");
+  EXPECT_EQ(ends[0].message, "");
+
+  ASSERT_TRUE(workerIdle());
+  EXPECT_TRUE(processGone(pid));
+  EXPECT_EQ(client_.ends().size(), 1u) << "the worker sends nothing for a cancelled job";
+  EXPECT_TRUE(tempFiles().empty()) << "a cancelled job's CSV is removed";
+  EXPECT_EQ(Peer::processId(*manager_), -1);
+  EXPECT_FALSE(manager_->cancelJob("live")) << "gone once the worker has let it go";
+}
+
+TEST_F(WorkerTest, ShutdownLetsTheRunningJobFinishAndStartsNoQueuedJob) {
+  const std::string ready = scratch_.file("ready");
+  submit("finishing", R"({"rows":1,"ready":")" + ready + R"(","sleep":0.3})");
+  ASSERT_TRUE(eventually([&] { return entry_test::exists(ready); }));
+  GenoJobSettings* waiting = job("waiting", plan(R"({"rows":1})"));
+  manager_->addJobToQueue(waiting);
+  jobs_test::freewatch::watch(waiting);
+
+  manager_.reset();
+
+  EXPECT_TRUE(jobs_test::freewatch::freed(waiting));
+  jobs_test::freewatch::forget();
+  const std::vector<Recorded> ends = client_.ends();
+  ASSERT_EQ(ends.size(), 1u);
+  EXPECT_EQ(ends[0].jobName, "finishing");
+  EXPECT_NE(ends[0].message.find("MESSAGE=100."), std::string::npos);
+  EXPECT_EQ(client_.of("waiting").size(), 1u) << "queued only: never started, never ended";
+}
+
+TEST_F(WorkerTest, NullRecordInTheQueueIsSkipped) {
+  manager_->addJobToQueue(nullptr);
+  submit("after", R"({})");
+  ASSERT_TRUE(client_.waitForEnds(1));
+  EXPECT_EQ(client_.ends()[0].jobName, "after");
+}
+
+}  // namespace
+}  // namespace run_test
+
+#endif  // _WIN32
