@@ -2,11 +2,14 @@
 // refused naming the file, the record, the line and the reason. Skipped when the folder is absent.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 
 #include "engine_test_support.h"
 #include "genostat/byte_source.h"
+#include "genostat/csv.h"
+#include "genostat/engine.h"
 #include "genostat/input_error.h"
 #include "genostat/reader.h"
 
@@ -111,6 +114,29 @@ TEST_F(BiopythonFiles, CompressedAndDosCopiesReadLikeThePlainFile) {
   EXPECT_EQ(recordsOf(path("example.fastq.bgz")), plain);
   EXPECT_EQ(recordsOf(path("example_dos.fastq")), plain);
   EXPECT_EQ(recordsOf(path("example_dos.fastq.bgz")), plain);
+}
+
+TEST_F(BiopythonFiles, ThreadedEngineGivesARowForEveryAcceptedFile) {
+  std::vector<std::string> accepted;
+  for (const auto& entry : std::filesystem::directory_iterator(testing::sharedTestData())) {
+    const std::string name = entry.path().filename().string();
+    const std::string ext = entry.path().extension().string();
+    if ((ext == ".fastq" || ext == ".gz" || ext == ".bgz") && refusedFiles().count(name) == 0) {
+      accepted.push_back(entry.path().string());
+    }
+  }
+  std::sort(accepted.begin(), accepted.end());
+  ASSERT_EQ(accepted.size(), 37u);
+  EngineOptions options;
+  options.threads = 1;
+  const auto rows = runEngine(accepted, options);
+  ASSERT_EQ(rows.size(), accepted.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    EXPECT_EQ(rows[i].size(), csvColumnNames().size()) << accepted[i];
+    EXPECT_EQ(rows[i][0], uniqueSampleNames(accepted)[i]);
+  }
+  options.threads = 3;
+  EXPECT_EQ(runEngine(accepted, options), rows);
 }
 
 }  // namespace
