@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "run_test_support.h"
+#include "zorvhost/output.h"
 
 namespace run_test {
 namespace {
@@ -86,6 +87,30 @@ TEST_F(FailureTest, MissingInputShowsFileNotFoundWithItsPath) {
   ASSERT_TRUE(client_.waitForEnds(1));
   EXPECT_NE(client_.ends()[0].message.find("MESSAGE=202."), std::string::npos);
   EXPECT_EQ(taken("missing_input", 202), "File not found:" + missing);
+}
+
+TEST_F(FailureTest, FailedJobsPrintShowsTheFilledMessageOnce) {
+  const std::string missing = scratch_.file("absent.fq");
+  manager_->addJobToQueue(job("lost input", missing));
+  submitted_.push_back("lost input");
+  ASSERT_TRUE(client_.waitForEnds(1));
+  const std::string syntax = client_.ends()[0].message;
+
+  // The client runs the job's syntax: its one command is the /PRINT.
+  auto detailsCell = [&] {
+    std::vector<std::string> cells;
+    zorvhost::setOutputHandler([&cells](const zorvhost::OutputTable& table) {
+      for (const auto& row : table.cells) cells.insert(cells.end(), row.begin(), row.end());
+    });
+    EXPECT_EQ(command(syntax), std::vector<std::string>{});
+    zorvhost::setOutputHandler(nullptr);
+    for (const std::string& cell : cells) {
+      if (cell.rfind("File not found:", 0) == 0) return cell;
+    }
+    return std::string("<no message>");
+  };
+  EXPECT_EQ(detailsCell(), "File not found:" + missing);
+  EXPECT_EQ(detailsCell(), "File not found:{{FILE_PATH}}") << "a second /PRINT gets the bare template";
 }
 
 TEST_F(FailureTest, KeptTextIsTakenOnceByExactNameAndCode) {
