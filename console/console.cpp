@@ -479,16 +479,16 @@ void Console::cancelRemaining() {
   drain();
   GenoStatAlgoManager* mgr = manager();
   if (mgr == nullptr || !jobs_.anyOpen()) return;
-  auto openNames = [&] {
-    std::vector<std::string> names;
+  // Queued jobs first: cancelled before the running one ends, none of them can start meanwhile.
+  std::vector<std::string> names;
+  for (JobState state : {JobState::Queued, JobState::Started}) {
     for (TrackedJob* job : jobs_.open()) {
+      if (job->state != state) continue;
       bool seen = false;
       for (const auto& n : names) seen = seen || n == job->name;
       if (!seen) names.push_back(job->name);
     }
-    return names;
-  };
-  std::vector<std::string> names = openNames();
+  }
   auto cancel = [&](const std::vector<std::string>& which) {
     client_.call([&] {
       for (const auto& name : which) module_.cancel(mgr, name.c_str());
@@ -498,8 +498,9 @@ void Console::cancelRemaining() {
   cancel(names);
   drain();
   // A cancelled job's end message comes at once, but the manager holds a running job until its
-  // process is gone. A job whose process started after the cancel (the cancel found none to kill)
-  // is still running after a while: cancel it again.
+  // process is gone, which takes a moment. One that is still running long after the cancel may
+  // have a process that started after it (the cancel found none to kill): cancel it again. The
+  // module answers every cancel of a running job, so a second end message may come.
   auto lastCancel = std::chrono::steady_clock::now();
   bool told = false;
   for (;;) {
@@ -509,7 +510,7 @@ void Console::cancelRemaining() {
     }
     if (busy.empty()) break;
     auto now = std::chrono::steady_clock::now();
-    if (now - lastCancel >= std::chrono::seconds(1)) {
+    if (now - lastCancel >= std::chrono::seconds(5)) {
       cancel(busy);
       lastCancel = now;
       if (!told) {

@@ -267,6 +267,19 @@ TEST_F(ConsoleTest, NoWaitCancelsStartedJobsFromTheClientThreadAndACancelIsNoFai
   EXPECT_NE(out_.find("Job x cancelled.\n"), std::string::npos) << out_;
 }
 
+TEST_F(ConsoleTest, ARepeatedEndMessageIsShownButEndsNoOtherJob) {
+  options_.waitForJobs = false;
+  script_.sendEnd = false;
+  module_.cancel = answeringCancel;
+  // Cancelled twice while queued, the module answers twice; the second answer must not end the
+  // later job of the same name.
+  EXPECT_EQ(run("GENOSTAT /JOB NAME='x'.\n:cancel x\n:cancel x"), 0) << err_;
+  EXPECT_NE(out_.find("Job x cancelled.\n"
+                      "Job x: a further end message, for a job that has already ended.\n"),
+            std::string::npos)
+      << out_;
+}
+
 TEST_F(ConsoleTest, OnlyTheUsersCommandsGetTheMetadata) {
   options_.haveMetadata = true;
   options_.metadataJson = R"({"job_metadata":{"workbook_id":"1"}})";

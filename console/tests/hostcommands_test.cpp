@@ -125,6 +125,17 @@ TEST_F(HostCommandsTest, EveryFailureOfTheDataCommandsIsReported) {
   EXPECT_EQ(human_.str(), "");
 }
 
+TEST_F(HostCommandsTest, ANameOutsideItsListIsRefused) {
+  commands_.run("FROB", "FROB x");
+  commands_.run("GENOSTAT", "GENOSTAT /PRINT");  // the module's, not the host's
+  auto errors = zorvhost::takeCommandErrors();
+  ASSERT_EQ(errors.size(), 2u);
+  EXPECT_EQ(errors[0].command + ": " + errors[0].text, "FROB: not a command this console runs");
+  EXPECT_EQ(errors[1].command + ": " + errors[1].text, "GENOSTAT: not a command this console runs");
+  EXPECT_FALSE(HostCommands::knows("GENOSTAT"));
+  EXPECT_TRUE(HostCommands::knows("NONPAR CORR"));
+}
+
 TEST_F(HostCommandsTest, DatasetCommandsReportTheActiveDataset) {
   std::string path = csv("a,b\n1,x\n2,y\n");
   ASSERT_TRUE(run("GET DATA /TYPE=TXT /FILE='" + path + "' /FIRSTCASE=2 /VARIABLES=a AUTO b AUTO").empty());

@@ -73,6 +73,13 @@ TEST(Options, EveryOptionWithSeparateOrInlineValue) {
   EXPECT_FALSE(r.options.batch);
 }
 
+TEST(Options, OutputNamesTheSessionPage) {
+  auto r = parse({"--output", "s.html", "-e", "x."});
+  ASSERT_TRUE(r.ok);
+  EXPECT_EQ(r.options.outputPath, "s.html");
+  EXPECT_EQ(parse({"--output=t.html"}).options.outputPath, "t.html");
+}
+
 TEST(Options, HelpIsRecognised) {
   EXPECT_TRUE(parse({"--help"}).options.help);
   EXPECT_TRUE(parse({"-h"}).options.help);
@@ -98,6 +105,8 @@ TEST(Options, MistakesAreRefusedWithAClearMessage) {
        "--metadata is not valid JSON: Invalid value. (at offset 14)"},
       {{"--metadata", "[1,2]"}, "--metadata must be a JSON object"},
       {{"--dataset", ""}, "option '--dataset' needs a name"},
+      {{"--output="}, "option '--output' needs a file name"},
+      {{"--output", "a.html", "--output=b.html"}, "option '--output' given twice"},
       {{"--lang", "../etc"}, "--lang '../etc' is not a language code (letters, digits, '-', '_')"},
       {{"--lang", ""}, "--lang '' is not a language code (letters, digits, '-', '_')"},
   };

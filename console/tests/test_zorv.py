@@ -355,6 +355,11 @@ class StartUp(ZorvTestCase):
         r = self.zorv("--events", os.path.join(self.dir, "no", "such", "dir"), setup=False)
         self.assertEqual(r.returncode, 2)
         self.assertIn("zorv: cannot write events to", r.stderr)
+        page = os.path.join(self.dir, "no", "page.html")
+        r = self.zorv("--output", page, setup=False)
+        self.assertEqual(r.returncode, 2)
+        self.assertEqual(r.stderr.strip(), "zorv: cannot write the output page %s: "
+                         "No such file or directory" % page)
 
     def test_help(self):
         r = self.zorv("--help", setup=False)

@@ -327,7 +327,18 @@ class JobRun(unittest.TestCase):
                               "--events", "-"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                              stderr=subprocess.PIPE, text=True)
         try:
-            os.rmdir(gone)  # the module finds no folder for the result: it drops the job
+            # Once zorv answers, it has checked its folders; then the folder goes and the module
+            # finds no place for the result: it drops the job.
+            p.stdin.write(":jobs\n")
+            p.stdin.flush()
+            fd, said = p.stderr.fileno(), b""
+            deadline = time.time() + 30
+            while b"No jobs." not in said and time.time() < deadline:
+                ready, _, _ = select.select([fd], [], [], 1)
+                if ready:
+                    said += os.read(fd, 4096)
+            self.assertIn(b"No jobs.", said)
+            os.rmdir(gone)
             out, err = p.communicate(self.job("lost") + "\n", timeout=60)
         finally:
             if p.poll() is None:
