@@ -156,8 +156,7 @@ bool anotherMemberFollows(CompressedInput& in, std::string_view magic, const cha
       }
       continue;
     }
-    if (in.size() >= magic.size() &&
-        std::memcmp(in.data(), magic.data(), magic.size()) == 0) {
+    if (in.size() >= magic.size() && std::memcmp(in.data(), magic.data(), magic.size()) == 0) {
       return true;
     }
     throw StreamDamaged(std::string("damaged ") + format +
@@ -196,8 +195,8 @@ class IsalGzipSource final : public ByteSource {
       state_->avail_out = static_cast<std::uint32_t>(std::min<std::size_t>(capacity, 1u << 30));
       const int rc = isal_inflate(state_.get());
       in_.consume(in_.size() - state_->avail_in);
-      const std::size_t produced = static_cast<std::size_t>(
-          reinterpret_cast<char*>(state_->next_out) - buffer);
+      const std::size_t produced =
+          static_cast<std::size_t>(reinterpret_cast<char*>(state_->next_out) - buffer);
       if (rc < 0) throw StreamDamaged(describe(rc));
       if (state_->block_state == ISAL_BLOCK_FINISH) inMember_ = false;
       if (produced != 0) return produced;

@@ -107,7 +107,9 @@ std::optional<Failure> parseArguments(const std::vector<std::string>& argv, Argu
     }
     if (name == "--adapter") {
       const auto adapter = parseAdapter(*value);
-      if (!adapter) return usage(name, "must be NONE, ILLUMINA, NEXTERA or CUSTOM, not '" + *value + "'");
+      if (!adapter) {
+        return usage(name, "must be NONE, ILLUMINA, NEXTERA or CUSTOM, not '" + *value + "'");
+      }
       args.metrics.adapter = *adapter;
     } else if (name == "--custom-sequence") {
       args.customSequence = *value;
@@ -132,9 +134,8 @@ std::optional<Failure> parseArguments(const std::vector<std::string>& argv, Argu
       if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
     }
     if (sequence.empty() || sequence.find_first_not_of("ACGT") != std::string::npos) {
-      return usage("--custom-sequence",
-                   "must be a non-empty sequence of A, C, G and T, not '" + *args.customSequence +
-                       "'");
+      return usage("--custom-sequence", "must be a non-empty sequence of A, C, G and T, not '" +
+                                            *args.customSequence + "'");
     }
     args.metrics.customSequence = sequence;
   }
@@ -159,7 +160,9 @@ int exitCodeFor(InputErrorKind kind) {
 
 namespace {
 
-std::string systemError(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
+std::string systemError(const char* what) {
+  return std::string(what) + ": " + std::strerror(errno);
+}
 
 // The output file, created before the work so an unwritable path fails at once, and removed
 // again when the run fails so no partial CSV is left behind (only when it is a regular file: a
@@ -262,8 +265,7 @@ int runCli(const std::vector<std::string>& argv, std::ostream& out, std::ostream
       options.progress = [&err, &progressMutex](std::size_t file, std::uint64_t done,
                                                 std::uint64_t total, std::uint64_t perSecond) {
         std::lock_guard<std::mutex> lock(progressMutex);
-        err << "progress " << (file + 1) << ' ' << done << ' ' << total << ' ' << perSecond
-            << '\n';
+        err << "progress " << (file + 1) << ' ' << done << ' ' << total << ' ' << perSecond << '\n';
         err.flush();
       };
     }
@@ -284,8 +286,8 @@ int runCli(const std::vector<std::string>& argv, std::ostream& out, std::ostream
   } catch (const std::bad_alloc&) {
     return report(err, Failure{kExitOutOfMemory, currentPath, "out of memory"});
   } catch (const std::exception& error) {
-    return report(err, Failure{kExitInternal, currentPath,
-                               std::string("internal failure: ") + error.what()});
+    return report(
+        err, Failure{kExitInternal, currentPath, std::string("internal failure: ") + error.what()});
   }
 }
 

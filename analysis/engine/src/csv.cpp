@@ -30,7 +30,8 @@ std::string_view stripSuffix(std::string_view s, std::initializer_list<std::stri
 
 std::string sampleNameFromPath(std::string_view path) {
   const std::size_t slash = path.find_last_of("/\\");
-  const std::string_view component = slash == std::string_view::npos ? path : path.substr(slash + 1);
+  const std::string_view component =
+      slash == std::string_view::npos ? path : path.substr(slash + 1);
   std::string_view name = stripSuffix(component, {".gz", ".bz2"});
   name = stripSuffix(name, {".fastq", ".fq"});
   return std::string(name.empty() ? component : name);

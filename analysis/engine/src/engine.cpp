@@ -137,16 +137,18 @@ class Run {
   void report() {
     std::size_t turn = 0;
     std::unique_lock<std::mutex> lock(reportMutex_);
-    while (!reportWake_.wait_for(lock, std::chrono::milliseconds(250), [this] { return finished_; })) {
+    while (
+        !reportWake_.wait_for(lock, std::chrono::milliseconds(250), [this] { return finished_; })) {
       for (std::size_t step = 0; step < files_.size(); ++step) {
         const std::size_t index = (turn + step) % files_.size();
         FileProgress& progress = progress_[index];
         if (!progress.active.load()) continue;
-        const std::int64_t elapsedNs = Clock::now().time_since_epoch().count() - progress.startNs.load();
+        const std::int64_t elapsedNs =
+            Clock::now().time_since_epoch().count() - progress.startNs.load();
         const std::uint64_t records = progress.records.load();
         const std::uint64_t perSecond =
             elapsedNs > 0 ? static_cast<std::uint64_t>(static_cast<double>(records) * 1e9 /
-                                                        static_cast<double>(elapsedNs))
+                                                       static_cast<double>(elapsedNs))
                           : 0;
         options_.progress(index, progress.bytesRead.load(), progress.size.load(), perSecond);
         turn = index + 1;

@@ -12,9 +12,9 @@ InputError::InputError(InputErrorKind kind, std::string path, std::string messag
 
 InputError malformedInput(const std::string& path, std::uint64_t record, std::uint64_t line,
                           const std::string& reason) {
-  return InputError(InputErrorKind::Malformed, path,
-                    "record " + std::to_string(record) + ", line " + std::to_string(line) + ": " +
-                        reason);
+  return InputError(
+      InputErrorKind::Malformed, path,
+      "record " + std::to_string(record) + ", line " + std::to_string(line) + ": " + reason);
 }
 
 }  // namespace genostat

@@ -115,7 +115,10 @@ std::size_t firstNonPrintable(std::string_view text) {
 class Parser {
  public:
   Parser(ByteSource& source, const std::string& path, RecordSink& sink, const ReadOptions& options)
-      : source_(source), path_(path), sink_(sink), options_(options),
+      : source_(source),
+        path_(path),
+        sink_(sink),
+        options_(options),
         buffer_(options.bufferSize < 64 ? 64 : options.bufferSize) {}
 
   std::uint64_t run() {
@@ -207,8 +210,7 @@ class Parser {
                                  : "the line after the sequence does not start with '+' (records "
                                    "of more than four lines are not supported)");
       }
-      if (separator.size > 1 &&
-          separator.view().substr(1) != header.view().substr(1)) {
+      if (separator.size > 1 && separator.view().substr(1) != header.view().substr(1)) {
         fail(record, line, "the text after '+' differs from the header's text after '@'");
       }
 

@@ -30,7 +30,9 @@ class BiopythonFiles : public ::testing::Test {
       GTEST_SKIP() << "shared test data not found at " << testing::sharedTestData();
     }
   }
-  static std::string path(const std::string& name) { return testing::sharedTestData() + "/" + name; }
+  static std::string path(const std::string& name) {
+    return testing::sharedTestData() + "/" + name;
+  }
 };
 
 // Refused files and the record and line where each goes wrong, checked by reading them: the
@@ -40,7 +42,8 @@ const std::map<std::string, std::string>& refusedFiles() {
       {"error_diff_ids.fastq", "record 3, line 11: the text after '+' differs"},
       {"error_double_qual.fastq", "record 4, line 13: the header line does not start with '@'"},
       {"error_double_seq.fastq", "record 4, line 15: the line after the sequence does not start"},
-      {"error_long_qual.fastq", "record 4, line 16: quality length 26 differs from sequence length 25"},
+      {"error_long_qual.fastq",
+       "record 4, line 16: quality length 26 differs from sequence length 25"},
       {"error_no_qual.fastq", "record 1, line 4: quality length 0 differs"},
       {"error_qual_del.fastq", "record 4, line 16: the quality has code 127 at position 13"},
       {"error_qual_escape.fastq", "record 5, line 20: the quality has code 27 at position 8"},
@@ -60,7 +63,8 @@ const std::map<std::string, std::string>& refusedFiles() {
       {"error_trunc_in_seq.fastq", "record 5, line 19: the file ends after the sequence line"},
       {"error_trunc_in_title.fastq", "record 5, line 18: the file ends after the header line"},
       {"longreads_original_sanger.fastq", "record 1, line 3: the line after the sequence does not"},
-      {"wrapping_original_sanger.fastq", "record 1, line 4: quality length 30 differs from sequence length 135"},
+      {"wrapping_original_sanger.fastq",
+       "record 1, line 4: quality length 30 differs from sequence length 135"},
       {"tricky.fastq", "record 4, line 15: the line after the sequence does not start with '+'"},
   };
   return files;

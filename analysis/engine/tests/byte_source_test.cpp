@@ -42,7 +42,9 @@ std::vector<Inflater> inflaters() {
   return all;
 }
 
-std::string inflaterName(Inflater inflater) { return inflater == Inflater::Zlib ? "zlib" : "isa-l"; }
+std::string inflaterName(Inflater inflater) {
+  return inflater == Inflater::Zlib ? "zlib" : "isa-l";
+}
 
 TEST(Sniff, RecognisesByContent) {
   EXPECT_EQ(sniffCompression("\x1f\x8b\x08"), Compression::Gzip);
@@ -77,15 +79,14 @@ TEST(Decode, GzipEveryMemberOfAConcatenation) {
   // One-byte members at the start (many tiny ones), then members of odd or BGZF-like sizes, an
   // empty member in the middle and one at the end (BGZF files end with one).
   for (std::size_t piece : {777u, 65280u}) {
-    const std::string members = testing::gzipMembers(text.substr(0, 3000), 1) +
-                                testing::gzipMembers(text.substr(3000, 50000), piece) +
-                                testing::gzipMember("") +
-                                testing::gzipMembers(text.substr(53000), piece) +
-                                testing::gzipMember("");
+    const std::string members =
+        testing::gzipMembers(text.substr(0, 3000), 1) +
+        testing::gzipMembers(text.substr(3000, 50000), piece) + testing::gzipMember("") +
+        testing::gzipMembers(text.substr(53000), piece) + testing::gzipMember("");
     for (Inflater inflater : inflaters()) {
       for (std::size_t readPiece : {1u, 4096u, 1u << 20}) {
-        SCOPED_TRACE(::testing::Message() << inflaterName(inflater) << " piece " << piece
-                                          << " read " << readPiece);
+        SCOPED_TRACE(::testing::Message()
+                     << inflaterName(inflater) << " piece " << piece << " read " << readPiece);
         EXPECT_EQ(decode(members, inflater, nullptr, readPiece), text);
       }
     }
@@ -252,7 +253,8 @@ TEST(FileSource, UnreadableFileIsPermissionDenied) {
 // A source that yields a fixed text, then optionally throws.
 class ScriptedSource final : public ByteSource {
  public:
-  ScriptedSource(std::string text, bool failAtEnd) : text_(std::move(text)), failAtEnd_(failAtEnd) {}
+  ScriptedSource(std::string text, bool failAtEnd)
+      : text_(std::move(text)), failAtEnd_(failAtEnd) {}
   std::size_t read(char* buffer, std::size_t capacity) override {
     const std::size_t n = std::min<std::size_t>({capacity, 333, text_.size() - at_});
     if (n == 0 && failAtEnd_) throw StreamDamaged("damaged gzip stream: scripted");
@@ -294,7 +296,8 @@ TEST(ThreadedAsyncSource, ErrorArrivesAfterTheBytesBeforeIt) {
 
 TEST(ThreadedAsyncSource, CanBeDroppedBeforeTheEnd) {
   // The producer is blocked on a full queue; destroying the source must stop and join it.
-  auto source = asyncSource(std::make_unique<ScriptedSource>(testing::makeFastq(5000), false), 64, 2);
+  auto source =
+      asyncSource(std::make_unique<ScriptedSource>(testing::makeFastq(5000), false), 64, 2);
   char byte = 0;
   EXPECT_EQ(source->read(&byte, 1), 1u);
   std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -82,7 +82,8 @@ class Cli : public ::testing::Test {
 
 TEST_F(Cli, WritesHeaderAndOneRowPerFile) {
   const std::string second = dir.write("x,y.fq.gz", testing::gzipMember(testing::makeFastq(7)));
-  const Outcome outcome = run({"--adapter", "NEXTERA", "--threads", "2", "--output", out, good, second});
+  const Outcome outcome =
+      run({"--adapter", "NEXTERA", "--threads", "2", "--output", out, good, second});
   ASSERT_EQ(outcome.code, kExitOk) << outcome.err;
   EXPECT_EQ(outcome.err, "");
   const std::string csv = testing::readWholeFile(out);
@@ -95,7 +96,8 @@ TEST_F(Cli, WritesHeaderAndOneRowPerFile) {
 }
 
 TEST_F(Cli, OptionsInEitherFormAndAfterFiles) {
-  const Outcome outcome = run({good, "--output=" + out, "--adapter=CUSTOM", "--custom-sequence", "acgtac"});
+  const Outcome outcome =
+      run({good, "--output=" + out, "--adapter=CUSTOM", "--custom-sequence", "acgtac"});
   ASSERT_EQ(outcome.code, kExitOk) << outcome.err;
   EXPECT_NE(testing::readWholeFile(out).find("\ngood,CUSTOM,"), std::string::npos);
   // After "--" everything is a file, even what looks like an option.
@@ -138,13 +140,16 @@ TEST_F(Cli, UsageErrorsExit64NamingTheOption) {
       {{"--output", "OUT", "--adapter", "CUSTOM", "IN"},
        "genostat-qc: error: --custom-sequence: needed with --adapter CUSTOM"},
       {{"--output", "OUT", "--adapter", "CUSTOM", "--custom-sequence", "", "IN"},
-       "genostat-qc: error: --custom-sequence: must be a non-empty sequence of A, C, G and T, not ''"},
+       "genostat-qc: error: --custom-sequence: must be a non-empty sequence of A, C, G and T, not "
+       "''"},
       {{"--output", "OUT", "--adapter", "CUSTOM", "--custom-sequence", "ACGTN", "IN"},
-       "genostat-qc: error: --custom-sequence: must be a non-empty sequence of A, C, G and T, not 'ACGTN'"},
+       "genostat-qc: error: --custom-sequence: must be a non-empty sequence of A, C, G and T, not "
+       "'ACGTN'"},
   };
   for (const UsageCase& c : cases) {
     std::vector<std::string> args;
-    for (const std::string& arg : c.args) args.push_back(arg == "OUT" ? out : arg == "IN" ? good : arg);
+    for (const std::string& arg : c.args)
+      args.push_back(arg == "OUT" ? out : arg == "IN" ? good : arg);
     SCOPED_TRACE(c.lastLine);
     const Outcome outcome = run(args);
     EXPECT_EQ(outcome.code, kExitUsage);
@@ -173,9 +178,9 @@ TEST_F(Cli, DamagedGzipExits65) {
   const std::string cut = dir.write("cut.fq.gz", gz.substr(0, gz.size() - 20));
   const Outcome outcome = run({"--output", out, cut});
   EXPECT_EQ(outcome.code, kExitMalformedInput);
-  EXPECT_TRUE(std::regex_match(outcome.lastErrLine(),
-                               std::regex("genostat-qc: error: .*cut\\.fq\\.gz: record [0-9]+, line "
-                                          "[0-9]+: truncated gzip stream: .*")))
+  EXPECT_TRUE(std::regex_match(
+      outcome.lastErrLine(), std::regex("genostat-qc: error: .*cut\\.fq\\.gz: record [0-9]+, line "
+                                        "[0-9]+: truncated gzip stream: .*")))
       << outcome.lastErrLine();
 }
 
@@ -216,7 +221,9 @@ TEST_F(Cli, UnwritableOutputExits73) {
   // A folder in the output's place.
   outcome = run({"--output", dir.path().string(), good});
   EXPECT_EQ(outcome.code, kExitCannotWrite);
-  EXPECT_EQ(outcome.lastErrLine().rfind("genostat-qc: error: " + dir.path().string() + ": cannot write: ", 0), 0u);
+  EXPECT_EQ(outcome.lastErrLine().rfind(
+                "genostat-qc: error: " + dir.path().string() + ": cannot write: ", 0),
+            0u);
   EXPECT_TRUE(std::filesystem::is_directory(dir.path()));
 }
 
@@ -233,7 +240,8 @@ TEST_F(Cli, FullDeviceExits73AndIsNotRemoved) {
   if (!exists("/dev/full")) GTEST_SKIP() << "no /dev/full on this system";
   const Outcome outcome = run({"--output", "/dev/full", good});
   EXPECT_EQ(outcome.code, kExitCannotWrite);
-  EXPECT_EQ(outcome.lastErrLine(), "genostat-qc: error: /dev/full: cannot write: No space left on device");
+  EXPECT_EQ(outcome.lastErrLine(),
+            "genostat-qc: error: /dev/full: cannot write: No space left on device");
   EXPECT_TRUE(exists("/dev/full"));
 }
 
@@ -250,7 +258,8 @@ TEST_F(Cli, WorkerFailureExits70AndOutOfMemory75) {
     options.onFileStart = [](std::size_t) { throw std::logic_error("broken invariant"); };
   });
   EXPECT_EQ(outcome.code, kExitInternal);
-  EXPECT_EQ(outcome.lastErrLine(), "genostat-qc: error: " + good + ": internal failure: broken invariant");
+  EXPECT_EQ(outcome.lastErrLine(),
+            "genostat-qc: error: " + good + ": internal failure: broken invariant");
   EXPECT_FALSE(exists(out));
   outcome = run({"--output", out, good}, [](EngineOptions& options) {
     options.onFileStart = [](std::size_t) { throw std::bad_alloc(); };

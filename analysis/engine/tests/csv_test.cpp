@@ -61,8 +61,7 @@ TEST(CsvField, QuotesOnlyWhenNeeded) {
 TEST(CsvDocument, HeaderAlwaysThenRowsEachEndingInLf) {
   const std::vector<std::string> columns{"Sample", "Total"};
   EXPECT_EQ(csvDocument(columns, {}), "Sample,Total\n");
-  EXPECT_EQ(csvDocument(columns, {{"a,1", "3"}, {"b", ""}}),
-            "Sample,Total\n\"a,1\",3\nb,\n");
+  EXPECT_EQ(csvDocument(columns, {{"a,1", "3"}, {"b", ""}}), "Sample,Total\n\"a,1\",3\nb,\n");
 }
 
 }  // namespace

@@ -39,10 +39,13 @@ struct Inputs {
   std::vector<std::string> files;
   Inputs() {
     files.push_back(dir.write("a.fastq", testing::makeFastq(3000, 30, 151, 1)));
-    files.push_back(dir.write("b.fq.gz", testing::gzipMembers(testing::makeFastq(2500, 1, 300, 2), 20000)));
-    files.push_back(dir.write("c.fastq.bz2", testing::bzip2Stream(testing::makeFastq(1800, 75, 75, 3))));
+    files.push_back(
+        dir.write("b.fq.gz", testing::gzipMembers(testing::makeFastq(2500, 1, 300, 2), 20000)));
+    files.push_back(
+        dir.write("c.fastq.bz2", testing::bzip2Stream(testing::makeFastq(1800, 75, 75, 3))));
     files.push_back(dir.write("empty.fastq", ""));
-    files.push_back(dir.write("A.fastq", testing::makeFastq(40, 0, 10, 4)));  // same name as a.fastq
+    files.push_back(
+        dir.write("A.fastq", testing::makeFastq(40, 0, 10, 4)));  // same name as a.fastq
     files.push_back(dir.write("gzip-named-plain.fastq.gz", testing::makeFastq(500, 100, 100, 5)));
   }
 };
@@ -100,7 +103,8 @@ TEST(ThreadedEngine, FirstFailingFileInInputOrderIsReported) {
     } catch (const InputError& error) {
       EXPECT_EQ(error.kind(), InputErrorKind::Malformed);
       EXPECT_EQ(error.path(), bad);
-      EXPECT_EQ(error.message(), "record 1, line 4: quality length 1 differs from sequence length 2");
+      EXPECT_EQ(error.message(),
+                "record 1, line 4: quality length 1 differs from sequence length 2");
     }
     try {
       runEngine({good, missing, good, bad}, options);
@@ -159,7 +163,8 @@ TEST(ThreadedEngine, ReportsProgressWhileAFileIsRead) {
   std::vector<std::uint64_t> bytes;
   EngineOptions options;
   options.threads = 2;
-  options.progress = [&](std::size_t index, std::uint64_t done, std::uint64_t total, std::uint64_t) {
+  options.progress = [&](std::size_t index, std::uint64_t done, std::uint64_t total,
+                         std::uint64_t) {
     std::lock_guard<std::mutex> lock(mutex);
     EXPECT_EQ(index, 0u);
     EXPECT_EQ(total, 0u);  // a pipe has no size
@@ -167,7 +172,8 @@ TEST(ThreadedEngine, ReportsProgressWhileAFileIsRead) {
   };
   const auto start = std::chrono::steady_clock::now();
   const auto rows = runEngine({fifo}, options);
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   writer.join();
   ASSERT_EQ(rows.size(), 1u);
   EXPECT_EQ(rows[0][2], "2000");

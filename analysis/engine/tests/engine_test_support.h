@@ -22,7 +22,8 @@ namespace genostat::testing {
 class TempDir {
  public:
   TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "genostat-engine-XXXXXX").string();
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "genostat-engine-XXXXXX").string();
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
     path_ = pattern;
   }
@@ -123,8 +124,8 @@ inline std::string makeFastq(std::size_t count, std::size_t minLength = 20,
   };
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t length = minLength + next() % (maxLength - minLength + 1);
-    out += "@read" + std::to_string(i) + ":1:FC:1:" + std::to_string(1101 + i % 3) + ":5:" +
-           std::to_string(i) + "\n";
+    out += "@read" + std::to_string(i) + ":1:FC:1:" + std::to_string(1101 + i % 3) +
+           ":5:" + std::to_string(i) + "\n";
     for (std::size_t j = 0; j < length; ++j) out.push_back("ACGTNacgt"[next() % 9]);
     out += "\n+\n";
     for (std::size_t j = 0; j < length; ++j) out.push_back(static_cast<char>('#' + next() % 40));
@@ -135,8 +136,6 @@ inline std::string makeFastq(std::size_t count, std::size_t minLength = 20,
 
 inline std::string sharedTestData() { return GENOSTAT_SHARED_TESTDATA; }
 
-inline bool sharedTestDataPresent() {
-  return std::filesystem::is_directory(sharedTestData());
-}
+inline bool sharedTestDataPresent() { return std::filesystem::is_directory(sharedTestData()); }
 
 }  // namespace genostat::testing

@@ -202,7 +202,8 @@ TEST(Reader, ResultDoesNotDependOnHowTheInputIsCut) {
 
 TEST(Reader, ARecordLargerThanTheBufferMakesItGrow) {
   const std::string sequence(100000, 'G');
-  const auto records = parse("@long\n" + sequence + "\n+\n" + std::string(100000, 'I') + "\n", 4096, 64);
+  const auto records =
+      parse("@long\n" + sequence + "\n+\n" + std::string(100000, 'I') + "\n", 4096, 64);
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].sequence, sequence);
 }

@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 #include "genostat/input_error.h"
