@@ -16,11 +16,25 @@ jobs=$(nproc)
 failures=()
 summary=()
 
-configure_and_build() {  # <dir> <cmake args...>
+configure_and_build() {  # <dir> <cmake args...> [-- <targets...>]
   local dir=$1
   shift
-  cmake -S "$root" -B "$root/build/$dir" -G Ninja "$@" >/dev/null
-  cmake --build "$root/build/$dir" -j "$jobs"
+  local args=() targets=()
+  while (($#)); do
+    if [[ $1 == -- ]]; then
+      shift
+      targets=("$@")
+      break
+    fi
+    args+=("$1")
+    shift
+  done
+  cmake -S "$root" -B "$root/build/$dir" -G Ninja "${args[@]}" >/dev/null
+  if ((${#targets[@]})); then
+    cmake --build "$root/build/$dir" -j "$jobs" --target "${targets[@]}"
+  else
+    cmake --build "$root/build/$dir" -j "$jobs"
+  fi
 }
 
 run_ctest() {  # <name> <dir> <ctest args...>
@@ -51,7 +65,8 @@ TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_ctest "threaded tests (
 
 echo "== build: fuzzers (clang, libFuzzer)"
 configure_and_build fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-  -DBUILD_TESTING=OFF -DGENOSTAT_FUZZ=ON -DGENOSTAT_SANITIZE=address,undefined
+  -DBUILD_TESTING=OFF -DGENOSTAT_FUZZ=ON -DGENOSTAT_SANITIZE=address,undefined \
+  -- fuzz_parser fuzz_fastq_reader fuzz_output
 fuzz() {  # <binary> <seed corpus dir> <seconds> [libFuzzer flags...]
   local bin=$1 seeds=$2 seconds=$3
   shift 3
@@ -70,7 +85,8 @@ fuzz() {  # <binary> <seed corpus dir> <seconds> [libFuzzer flags...]
   fi
 }
 fuzz fuzz_parser "$root/refhost/parser/fuzz-corpus" "$GENOSTAT_FUZZ_SECONDS" -max_len=4096 -timeout=10
-FUZZ_READER_PLACEHOLDER
+fuzz fuzz_fastq_reader "$root/analysis/engine/fuzz/corpus" "$GENOSTAT_FUZZ_SECONDS" -rss_limit_mb=1024
+fuzz fuzz_output "$root/refhost/output/fuzz/corpus" 20
 
 echo
 echo "== summary"
