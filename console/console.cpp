@@ -159,7 +159,6 @@ Console::Console(const Options& options, const ModuleEntry& module, EventLog& ev
                  int wakeWriteFd, std::ostream& human, std::ostream& errors)
     : options_(options),
       module_(module),
-      events_(events),
       wakeFd_(wakeFd),
       sink_(human, errors, events),
       host_(sink_),

@@ -135,7 +135,6 @@ class Console {
 
   const Options& options_;
   ModuleEntry module_;
-  EventLog& events_;
   int wakeFd_;
   OutputSink sink_;
   HostCommands host_;
