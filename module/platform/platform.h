@@ -48,8 +48,8 @@ std::string launcherFileName();
 // Starts `program` with `args` as its arguments, without a shell, as the leader of a new process
 // group, inheriting the caller's environment, working folder and standard streams and no other
 // handle or file descriptor. Returns the child's process id, or -1 when no child could be created.
-// A program that cannot be executed (missing, not executable) still yields a child, which ends at
-// once with exit code 127, as a shell would: the failure surfaces as that exit code.
+// On POSIX a program that cannot be executed (missing, not executable) still yields a child, which
+// ends at once with exit code 127, as a shell would: the failure surfaces as that exit code.
 int startProcess(const std::string& program, const std::vector<std::string>& args);
 
 // Waits without a time limit until the child `pid` of startProcess has ended and returns its exit

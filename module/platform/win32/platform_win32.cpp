@@ -92,8 +92,9 @@ int startProcess(const std::string& program, const std::vector<std::string>& arg
     return -1;
   }
   ::CloseHandle(info.hThread);
-  // A batch file that cannot be found is reported by cmd.exe through its exit code, so a missing
-  // launcher surfaces there rather than here.
+  // Still to be checked by the Windows issue: whether a missing batch file makes CreateProcessW
+  // fail (then the job is dropped silently, as the run does for -1) or reaches cmd.exe, whose exit
+  // code then tells of it.
   std::lock_guard<std::mutex> lock(g_processMutex);
   g_processes[info.dwProcessId] = info.hProcess;
   return static_cast<int>(info.dwProcessId);
