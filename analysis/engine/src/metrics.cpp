@@ -16,28 +16,11 @@ using namespace metrics_detail;
 
 namespace {
 
-// Sequence character classes counted per position.
-enum BaseClass : std::uint8_t { kA = 0, kC = 1, kG = 2, kT = 3, kN = 4, kOther = 5 };
-constexpr std::size_t kBaseStride = 8;  // six classes, padded so a position fills 64 bytes
-
 // Quality characters are printable ASCII '!'..'~' (checked by the reader): 94 codes.
 constexpr unsigned kLowestCode = 33;
 constexpr std::size_t kQualCodes = 94;   // '!'..'~'
 constexpr std::size_t kQualStride = 96;  // padded
 constexpr std::size_t kCodeRange = 128;
-
-struct ClassTable {
-  std::array<std::uint8_t, 256> cls{};
-  ClassTable() {
-    cls.fill(kOther);
-    cls['A'] = kA;
-    cls['C'] = kC;
-    cls['G'] = kG;
-    cls['T'] = kT;
-    cls['N'] = kN;
-  }
-};
-const ClassTable kClasses;
 
 const char* adapterKeyword(AdapterSetting s) {
   switch (s) {
@@ -100,12 +83,11 @@ struct SampleMetrics::Impl {
   std::size_t maxQualityLength = 0;
   std::vector<std::uint64_t> lengthCounts;
 
-  // Per-position counters: 16-bit working copies keep the hot arrays a quarter of the size (150
-  // positions of quality codes fit the first-level cache); they are folded into the 64-bit totals
-  // before any could overflow (each read adds at most 1 to a counter) and at the end.
-  std::vector<std::uint16_t> basesRecent;    // [position * kBaseStride + class]
+  BaseCounts baseCounts;
+  // Per-position quality codes: 16-bit working copies keep the hot array a quarter of the size
+  // (150 positions of quality codes fit the first-level cache); they are folded into the 64-bit
+  // totals before any could overflow (each read adds at most 1 to a counter) and at the end.
   std::vector<std::uint16_t> qualityRecent;  // [position * kQualStride + code - 33]
-  std::vector<std::uint64_t> bases;
   std::vector<std::uint64_t> quality;
   std::uint64_t readsSinceFold = 0;
   std::array<std::uint64_t, kCodeRange> readMeanCodes{};  // per-read (sum of codes) div length
@@ -125,11 +107,8 @@ struct SampleMetrics::Impl {
   std::vector<std::string> finish(const std::string& sampleName);
 
   void fold() {
-    bases.resize(basesRecent.size(), 0);
     quality.resize(qualityRecent.size(), 0);
-    for (std::size_t i = 0; i < basesRecent.size(); ++i) bases[i] += basesRecent[i];
     for (std::size_t i = 0; i < qualityRecent.size(); ++i) quality[i] += qualityRecent[i];
-    std::fill(basesRecent.begin(), basesRecent.end(), std::uint16_t{0});
     std::fill(qualityRecent.begin(), qualityRecent.end(), std::uint16_t{0});
     readsSinceFold = 0;
   }
@@ -160,32 +139,20 @@ void SampleMetrics::Impl::add(const FastqRecord& r) {
 
   totalBases += ls;
   minLength = std::min(minLength, ls);
-  if (ls > maxLength) {
-    maxLength = ls;
-    basesRecent.resize(ls * kBaseStride, 0);
-  }
+  if (ls > maxLength) maxLength = ls;
   if (ls >= lengthCounts.size()) lengthCounts.resize(ls + 1, 0);
   ++lengthCounts[ls];
 
   // Per-position classes, and the G/C count over the part the GC module judges.
   const std::size_t kept = gcKeptLength(ls);
-  std::uint16_t* b = basesRecent.data();
-  std::size_t gc = 0;
-  std::size_t i = 0;
-  for (; i < kept; ++i) {
-    const std::uint8_t k = kClasses.cls[s[i]];
-    ++b[i * kBaseStride + k];
-    gc += (k == kC) | (k == kG);
-  }
-  for (; i < ls; ++i) ++b[i * kBaseStride + kClasses.cls[s[i]]];
+  const std::size_t gc = baseCounts.add(s, ls, kept);
   if (kept > 0) gcModel(kept).addTo(gc, gcDistribution);
 
   // Low complexity: fewer than 30 % of neighbouring base pairs differ.
   if (ls <= 1) {
     ++lowComplexity;
   } else {
-    std::size_t diff = 0;
-    for (std::size_t j = 0; j + 1 < ls; ++j) diff += s[j] != s[j + 1];
+    const std::size_t diff = neighbourDifferences(s, ls);
     if (10 * diff < 3 * (ls - 1)) ++lowComplexity;
   }
 
@@ -197,13 +164,14 @@ void SampleMetrics::Impl::add(const FastqRecord& r) {
       qualityRecent.resize(lq * kQualStride, 0);
     }
     std::uint16_t* h = qualityRecent.data();
-    std::uint64_t sum = 0;
-    for (std::size_t j = 0; j < lq; ++j) {
-      const unsigned c = q[j];
-      ++h[j * kQualStride + (c - kLowestCode)];
-      sum += c;
+    auto slot = [](unsigned char code) { return std::size_t{code} - kLowestCode; };
+    std::size_t p = 0;
+    for (; p + 2 <= lq; p += 2, h += 2 * kQualStride) {
+      ++h[slot(q[p])];
+      ++h[kQualStride + slot(q[p + 1])];
     }
-    ++readMeanCodes[sum / lq];
+    if (p < lq) ++h[slot(q[p])];
+    ++readMeanCodes[byteSum(q, lq) / lq];
     for (std::size_t j = lq > 10 ? lq - 10 : 0; j < lq; ++j) ++lastTenCodes[q[j]];
   }
   tiles.add(r.header, r.quality);
@@ -212,6 +180,7 @@ void SampleMetrics::Impl::add(const FastqRecord& r) {
 
 std::vector<std::string> SampleMetrics::Impl::finish(const std::string& sampleName) {
   fold();
+  const std::vector<std::uint64_t> bases = baseCounts.totals();
   std::vector<std::string> row(27);
   row[0] = sampleName;
   row[1] = adapterKeyword(adapterSetting);

@@ -25,6 +25,46 @@ std::string formatTwoDecimals(double value);
 std::string formatTruncatedPercent(std::uint64_t part, std::uint64_t whole);
 
 // ---------------------------------------------------------------------------------------------
+// Per-position base classes, counted sixteen positions at a time: each read adds the compare masks
+// of A, C, G, T and N to 8-bit working counters ([class][position]), which are folded into 64-bit
+// totals every 255 reads. The class of everything else follows from the number of reads covering
+// a position, so it needs no compare of its own.
+
+enum BaseClass : std::uint8_t { kA = 0, kC = 1, kG = 2, kT = 3, kN = 4, kOther = 5 };
+constexpr std::size_t kBaseStride = 8;  // six classes, padded
+
+class BaseCounts {
+ public:
+  // `vectorised` = false counts one base at a time (the reference the vector code is tested on,
+  // and the code used where SSE2 is missing).
+  explicit BaseCounts(bool vectorised = true);
+  // Counts one read's bases; returns the number of G and C among its first `gcLength` bases
+  // (gcLength <= size).
+  std::size_t add(const unsigned char* bases, std::size_t size, std::size_t gcLength);
+  // Totals [position * kBaseStride + class] for every position below the longest read, the other
+  // class included.
+  std::vector<std::uint64_t> totals();
+
+ private:
+  void fold();
+  std::size_t addScalar(const unsigned char* bases, std::size_t size, std::size_t gcLength);
+  std::size_t addVector(const unsigned char* bases, std::size_t size, std::size_t gcLength);
+  bool vectorised_;
+  std::size_t capacity_ = 0;           // positions held by the working counters, a multiple of 16
+  std::size_t longest_ = 0;
+  unsigned sinceFold_ = 0;             // reads in the working counters
+  std::vector<std::uint8_t> recent_;   // [class * capacity_ + position], classes A..N
+  std::vector<std::uint64_t> folded_;  // [position * kBaseStride + class], classes A..N
+  std::vector<std::uint64_t> lengths_;  // reads of each length
+};
+
+// Number of positions j + 1 < size where bases[j] != bases[j + 1].
+std::size_t neighbourDifferences(const unsigned char* bases, std::size_t size,
+                                 bool vectorised = true);
+// Sum of the byte values.
+std::uint64_t byteSum(const unsigned char* bytes, std::size_t size, bool vectorised = true);
+
+// ---------------------------------------------------------------------------------------------
 // Position groups: positions 1..9 alone, then groups whose width grows with the read length so
 // that long reads still give fewer than 75 groups.
 

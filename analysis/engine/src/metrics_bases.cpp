@@ -1,0 +1,195 @@
+// Per-position base classes and the per-read byte scans of the hot path, sixteen bytes at a time
+// with SSE2 (part of every x86-64) and one byte at a time elsewhere.
+#include <cstring>
+
+#include "metrics_internal.h"
+
+// _mm_cvtsi128_si64 needs a 64-bit target.
+#if defined(__SSE2__) && defined(__x86_64__)
+#define GENOSTAT_SSE2 1
+#include <emmintrin.h>
+#endif
+
+namespace genostat::metrics_detail {
+
+namespace {
+
+constexpr std::size_t kCompared = 5;  // A, C, G, T, N; the other class is derived
+constexpr unsigned kFoldEvery = 255;  // an 8-bit counter gains at most 1 per read
+
+struct ClassTable {
+  std::array<std::uint8_t, 256> cls{};
+  ClassTable() {
+    cls.fill(kOther);
+    cls['A'] = kA;
+    cls['C'] = kC;
+    cls['G'] = kG;
+    cls['T'] = kT;
+    cls['N'] = kN;
+  }
+};
+const ClassTable kClasses;
+
+}  // namespace
+
+BaseCounts::BaseCounts(bool vectorised) : vectorised_(vectorised) {
+#ifndef GENOSTAT_SSE2
+  vectorised_ = false;
+#endif
+}
+
+std::size_t BaseCounts::add(const unsigned char* bases, std::size_t size, std::size_t gcLength) {
+  if (size >= lengths_.size()) lengths_.resize(size + 1, 0);
+  ++lengths_[size];
+  if (size > longest_) longest_ = size;
+  if (size > capacity_) {
+    fold();
+    capacity_ = (size + 15) / 16 * 16;
+    recent_.assign(kCompared * capacity_, 0);
+    folded_.resize(capacity_ * kBaseStride, 0);
+  }
+  if (sinceFold_ == kFoldEvery) fold();
+  ++sinceFold_;
+  return vectorised_ ? addVector(bases, size, gcLength) : addScalar(bases, size, gcLength);
+}
+
+std::size_t BaseCounts::addScalar(const unsigned char* bases, std::size_t size,
+                                  std::size_t gcLength) {
+  std::size_t gc = 0;
+  for (std::size_t i = 0; i < size; ++i) {
+    const std::uint8_t k = kClasses.cls[bases[i]];
+    if (k < kCompared) ++recent_[k * capacity_ + i];
+    if (i < gcLength) gc += (k == kC) | (k == kG);
+  }
+  return gc;
+}
+
+#ifdef GENOSTAT_SSE2
+std::size_t BaseCounts::addVector(const unsigned char* bases, std::size_t size,
+                                  std::size_t gcLength) {
+  const __m128i letterA = _mm_set1_epi8('A');
+  const __m128i letterC = _mm_set1_epi8('C');
+  const __m128i letterG = _mm_set1_epi8('G');
+  const __m128i letterT = _mm_set1_epi8('T');
+  const __m128i letterN = _mm_set1_epi8('N');
+  const __m128i lane = _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+  const __m128i one = _mm_set1_epi8(1);
+  const __m128i zero = _mm_setzero_si128();
+  std::uint8_t* counts = recent_.data();
+  const std::size_t stride = capacity_;
+  __m128i gcSum = zero;
+  // Subtracting a compare mask (0 or -1 per byte) adds 1 where the class matches.
+  auto block = [&](__m128i v, std::size_t i) {
+    std::uint8_t* at = counts + i;
+    const __m128i isC = _mm_cmpeq_epi8(v, letterC);
+    const __m128i isG = _mm_cmpeq_epi8(v, letterG);
+    auto bump = [&](std::size_t k, __m128i mask) {
+      auto* slot = reinterpret_cast<__m128i*>(at + k * stride);
+      _mm_storeu_si128(slot, _mm_sub_epi8(_mm_loadu_si128(slot), mask));
+    };
+    bump(kA, _mm_cmpeq_epi8(v, letterA));
+    bump(kC, isC);
+    bump(kG, isG);
+    bump(kT, _mm_cmpeq_epi8(v, letterT));
+    bump(kN, _mm_cmpeq_epi8(v, letterN));
+    if (i < gcLength) {
+      const std::size_t left = gcLength - i;
+      const __m128i within =
+          _mm_cmplt_epi8(lane, _mm_set1_epi8(static_cast<char>(left < 16 ? left : 16)));
+      const __m128i gc = _mm_and_si128(_mm_and_si128(_mm_or_si128(isC, isG), within), one);
+      gcSum = _mm_add_epi64(gcSum, _mm_sad_epu8(gc, zero));
+    }
+  };
+  std::size_t i = 0;
+  for (; i + 16 <= size; i += 16) {
+    block(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bases + i)), i);
+  }
+  if (i < size) {
+    // The read's last bases, padded with zero bytes that match no class (reads are printable).
+    alignas(16) unsigned char tail[16] = {};
+    std::memcpy(tail, bases + i, size - i);
+    block(_mm_load_si128(reinterpret_cast<const __m128i*>(tail)), i);
+  }
+  return static_cast<std::size_t>(_mm_cvtsi128_si64(gcSum)) +
+         static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(gcSum, gcSum)));
+}
+#else
+std::size_t BaseCounts::addVector(const unsigned char* bases, std::size_t size,
+                                  std::size_t gcLength) {
+  return addScalar(bases, size, gcLength);
+}
+#endif
+
+void BaseCounts::fold() {
+  for (std::size_t k = 0; k < kCompared; ++k) {
+    const std::uint8_t* row = recent_.data() + k * capacity_;
+    for (std::size_t p = 0; p < capacity_; ++p) folded_[p * kBaseStride + k] += row[p];
+  }
+  std::fill(recent_.begin(), recent_.end(), std::uint8_t{0});
+  sinceFold_ = 0;
+}
+
+std::vector<std::uint64_t> BaseCounts::totals() {
+  fold();
+  std::vector<std::uint64_t> result(longest_ * kBaseStride, 0);
+  // covering = reads longer than position p.
+  std::uint64_t covering = 0;
+  for (std::size_t length = longest_ + 1; length < lengths_.size(); ++length) covering += lengths_[length];
+  for (std::size_t p = longest_; p-- > 0;) {
+    covering += lengths_[p + 1];
+    std::uint64_t known = 0;
+    for (std::size_t k = 0; k < kCompared; ++k) {
+      result[p * kBaseStride + k] = folded_[p * kBaseStride + k];
+      known += folded_[p * kBaseStride + k];
+    }
+    result[p * kBaseStride + kOther] = covering - known;
+  }
+  return result;
+}
+
+std::size_t neighbourDifferences(const unsigned char* bases, std::size_t size, bool vectorised) {
+  std::size_t same = 0;
+  std::size_t j = 0;
+#ifdef GENOSTAT_SSE2
+  if (vectorised) {
+    const __m128i one = _mm_set1_epi8(1);
+    const __m128i zero = _mm_setzero_si128();
+    __m128i sum = zero;
+    for (; j + 17 <= size; j += 16) {
+      const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bases + j));
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bases + j + 1));
+      sum = _mm_add_epi64(sum, _mm_sad_epu8(_mm_and_si128(_mm_cmpeq_epi8(a, b), one), zero));
+    }
+    same = static_cast<std::size_t>(_mm_cvtsi128_si64(sum)) +
+           static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sum, sum)));
+  }
+#else
+  (void)vectorised;
+#endif
+  std::size_t diff = j - same;
+  for (; j + 1 < size; ++j) diff += bases[j] != bases[j + 1];
+  return diff;
+}
+
+std::uint64_t byteSum(const unsigned char* bytes, std::size_t size, bool vectorised) {
+  std::uint64_t total = 0;
+  std::size_t i = 0;
+#ifdef GENOSTAT_SSE2
+  if (vectorised) {
+    const __m128i zero = _mm_setzero_si128();
+    __m128i sum = zero;
+    for (; i + 16 <= size; i += 16) {
+      const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + i));
+      sum = _mm_add_epi64(sum, _mm_sad_epu8(v, zero));
+    }
+    total = static_cast<std::uint64_t>(_mm_cvtsi128_si64(sum)) +
+            static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sum, sum)));
+  }
+#else
+  (void)vectorised;
+#endif
+  for (; i < size; ++i) total += bytes[i];
+  return total;
+}
+
+}  // namespace genostat::metrics_detail
