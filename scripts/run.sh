@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The main job: installs the dependencies, builds the product, generates three sample FASTQ files
-# (clean, with adapters, degraded), runs the analysis script on them exactly as the module would
-# start it (launcher, script, base64 parameter JSON) and shows the result CSV; then runs sample
-# GENOSTAT commands in the console client and shows what the host's client receives.
+# (clean, with adapters, degraded), runs the analysis script on them exactly as the module starts
+# it and shows the result CSV; then runs them as a GENOSTAT job in the console client, which shows
+# the job's messages, its summary tables and the imported dataset.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -19,22 +19,21 @@ rm -rf "$work"
 mkdir -p "$work/samples" "$work/tmp"
 
 echo
-echo "== 1. Sample data"
-"$root/samples/make-samples.sh" "$work/samples" "$build/bin/genostat-fqgen"
+echo "== 1. Sample data (three runs of 200,000 reads: clean, with adapters, degraded)"
+GENOSTAT_FQGEN="$build/bin/genostat-fqgen" "$root/samples/make-samples.sh" "$work/samples" >/dev/null
 ls -l "$work/samples"
 
 echo
-echo "== 2. The analysis script, started as the module starts it"
-csv="$work/tmp/main-job.csv"
+echo "== 2. The analysis script alone, started as the module starts it"
+csv="$work/script-only.csv"
 payload=$(python3 - "$csv" "$work/samples" <<'PY'
-import base64, json, os, sys
+import base64, json, sys
 csv, folder = sys.argv[1], sys.argv[2]
-files = sorted(os.path.join(folder, f) for f in os.listdir(folder))
-doc = {"fastq_data": [{"adapter": "ILLUMINA", "custom_sequence": "", "CSV_Path": csv, "files": files}]}
+doc = {"fastq_data": [{"adapter": "ILLUMINA", "custom_sequence": "", "CSV_Path": csv, "folder": folder}]}
 print(base64.b64encode(json.dumps(doc, separators=(",", ":")).encode()).decode())
 PY
 )
-echo "\$ $install/statisticspython3 $install/scripts/genostat.pyc <base64 payload>"
+echo "\$ zorv-install/statisticspython3 zorv-install/scripts/genostat.pyc <base64 parameter JSON>"
 status=0
 "$install/statisticspython3" "$install/scripts/genostat.pyc" "$payload" || status=$?
 echo "exit code: $status"
@@ -50,21 +49,23 @@ rows = list(csv.reader(open(sys.argv[1], newline="", encoding="utf-8")))
 header, data = rows[0], rows[1:]
 width = max(len(h) for h in header)
 for i, name in enumerate(header):
-    print(f"  {name:<{width}}  " + "  ".join(f"{r[i]:>12}" for r in data))
+    print(f"  {name:<{width}}  " + "  ".join(f"{r[i]:>14}" for r in data))
 PY
 
 echo
-echo "== 3. GENOSTAT commands in the console client (events as JSON lines)"
-cat > "$work/sample.sps" <<SPS
-GENOSTAT /JOB FILE='$work/samples/clean.fastq' NAME='clean run' ADAPTERS=ILLUMINA
-  /DESCRIPTIVES VARIABLES=GC qc_score SKEWNESS
-  /CORRELATIONS VARIABLES=GC qc_score mean_phred_all_reads SPEARMAN.
-GENOSTAT /JOB FOLDER='$work/samples' NAME='AUTO' ADAPTERS=CUSTOM(agatcggaagagc)
-  /FREQUENCIES VARIABLES=qc_score NTILES=4 HISTOGRAM.
-GENOSTAT /JOB FILE='$work/samples/missing.fastq' NAME='broken'.
-GENOSTAT /JOB FILE='' NAME='clean run' ADAPTERS=NONE
-  /PRINT SAMPLE_COUNT=3 VARIABLE_COUNT=25 MESSAGE=100.
+echo "== 3. The same samples as a GENOSTAT job in the console client"
+cat > "$work/main-job.sps" <<SPS
+GENOSTAT /JOB FOLDER='$work/samples' NAME='sample runs' ADAPTERS=ILLUMINA
+  /DESCRIPTIVES VARIABLES=GC qc_score mean_phred_all_reads SKEWNESS
+  /CORRELATIONS VARIABLES=GC qc_score mean_phred_all_reads SPEARMAN
+  /REGRESSION DEPENDENT=qc_score INDEPENDENT=GC mean_phred_all_reads CI=95.
+GENOSTAT /JOB FILE='$work/samples/missing.fastq.gz' NAME='no such file'.
 SPS
-cat "$work/sample.sps"
+echo "--- $work/main-job.sps"
+cat "$work/main-job.sps"
+echo "---"
+status=0
+"$build/bin/zorv" --temp-dir "$work/tmp" --output "$work/main-job.html" "$work/main-job.sps" || status=$?
 echo
-"$build/bin/zorv" --temp-dir "$work/tmp" --events - "$work/sample.sps" || true
+echo "zorv exit status: $status (1: a command above was refused, as the second one is meant to be)"
+echo "the session's output as one HTML page: $work/main-job.html"
