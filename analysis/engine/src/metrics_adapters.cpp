@@ -1,5 +1,12 @@
 // Adapter content: where along the reads each adapter first appears.
+#include <cstring>
 #include <stdexcept>
+
+// _mm_movemask_epi8 and friends: SSE2 is part of every x86-64.
+#if defined(__SSE2__) && defined(__x86_64__)
+#define GENOSTAT_SSE2 1
+#include <emmintrin.h>
+#endif
 
 #include "metrics_internal.h"
 
@@ -7,7 +14,7 @@ namespace genostat::metrics_detail {
 
 namespace {
 
-// A/C/G/T -> 0..3, everything else 4 (breaks any match).
+// A/C/G/T -> 0..3, everything else 4 (not allowed in an adapter).
 struct BaseCodes {
   std::array<std::uint8_t, 256> code{};
   BaseCodes() {
@@ -33,32 +40,114 @@ std::vector<std::string> adapterSequences(int setting, const std::string& custom
   }
 }
 
-AdapterScanner::AdapterScanner(std::vector<std::string> adapters)
-    : adapters_(std::move(adapters)), hits_(adapters_.size()) {
+AdapterScanner::AdapterScanner(std::vector<std::string> adapters, bool vectorised)
+    : adapters_(std::move(adapters)), vectorised_(vectorised), hits_(adapters_.size()) {
+#ifndef GENOSTAT_SSE2
+  vectorised_ = false;
+#endif
   if (adapters_.empty() || adapters_.size() > 8) throw std::invalid_argument("adapter list size");
   length_ = adapters_.front().size();
   if (length_ == 0 || length_ > 12) throw std::invalid_argument("adapter length");
-  codeMask_ = (std::uint64_t{1} << (3 * length_)) - 1;
-  for (std::size_t k = 0; k < length_; ++k) emptyWindow_ = (emptyWindow_ << 3) | 4;
-  // The quick check looks at the last min(4, length) bases of the window (12 bits).
-  const std::size_t tailBases = std::min<std::size_t>(4, length_);
-  const std::uint32_t tailMask = (1u << (3 * tailBases)) - 1;
   for (std::size_t a = 0; a < adapters_.size(); ++a) {
     const std::string& s = adapters_[a];
     if (s.size() != length_) throw std::invalid_argument("adapters of different lengths");
-    std::uint64_t code = 0;
     for (char c : s) {
-      const std::uint8_t b = kBases.code[static_cast<unsigned char>(c)];
-      if (b > 3) throw std::invalid_argument("adapter base");
-      code = (code << 3) | b;
+      if (kBases.code[static_cast<unsigned char>(c)] > 3) throw std::invalid_argument("adapter base");
     }
-    codes_.push_back(code);
-    for (std::uint32_t idx = 0; idx < 4096; ++idx) {
-      if ((idx & tailMask) == (code & tailMask)) tailMask_[idx] |= static_cast<std::uint8_t>(1u << a);
+    unsigned code = 0;
+    unsigned mask = 0;
+    for (std::size_t k = 0; k < 4 && k < length_; ++k) {
+      code |= ((static_cast<unsigned char>(s[k]) >> 1) & 3u) << (2 * k);
+      mask |= 3u << (2 * k);
     }
+    Probe probe;
+    probe.code.fill(static_cast<std::uint8_t>(code));
+    probe.mask.fill(static_cast<std::uint8_t>(mask));
+    probes_.push_back(probe);
     hits_[a].assign(1, 0);
   }
 }
+
+unsigned AdapterScanner::findScalar(std::string_view sequence,
+                                    std::array<std::size_t, 8>& first) const {
+  unsigned found = 0;
+  for (std::size_t a = 0; a < adapters_.size(); ++a) {
+    const std::size_t at = sequence.find(adapters_[a]);
+    if (at != std::string_view::npos) {
+      found |= 1u << a;
+      first[a] = at;
+    }
+  }
+  return found;
+}
+
+#ifdef GENOSTAT_SSE2
+unsigned AdapterScanner::findVector(const unsigned char* s, std::size_t len,
+                                    std::array<std::size_t, 8>& first) const {
+  const std::size_t count = adapters_.size();
+  const unsigned all = (1u << count) - 1;
+  const std::size_t lastStart = len - length_;
+  // Bytes a block reads past its first start: the packed code looks at four bases.
+  const std::size_t span = length_ > 4 ? length_ : 4;
+  const __m128i three = _mm_set1_epi8(3);
+  const __m128i twelve = _mm_set1_epi8(12);
+  const __m128i fortyEight = _mm_set1_epi8(48);
+  const __m128i top = _mm_set1_epi8(static_cast<char>(192));
+  unsigned found = 0;
+  // Starts [start, start + 16) from `text`, which holds the read from `start` on; lowest start
+  // first, so an adapter's first hit is its first occurrence. The 16-bit shifts move no set bit
+  // across a byte that the masks keep.
+  auto scan = [&](const unsigned char* text, std::size_t start) {
+    const auto at = [text](std::size_t k) {
+      return _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + k));
+    };
+    const __m128i packed = _mm_or_si128(
+        _mm_or_si128(_mm_and_si128(_mm_srli_epi16(at(0), 1), three),
+                     _mm_and_si128(_mm_slli_epi16(at(1), 1), twelve)),
+        _mm_or_si128(_mm_and_si128(_mm_slli_epi16(at(2), 3), fortyEight),
+                     _mm_and_si128(_mm_slli_epi16(at(3), 5), top)));
+    std::array<unsigned, 8> candidates;
+    unsigned any = 0;
+    for (std::size_t a = 0; a < count; ++a) {
+      const Probe& p = probes_[a];
+      const __m128i mask = _mm_load_si128(reinterpret_cast<const __m128i*>(p.mask.data()));
+      const __m128i code = _mm_load_si128(reinterpret_cast<const __m128i*>(p.code.data()));
+      candidates[a] =
+          static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(packed, mask), code)));
+      any |= candidates[a];
+    }
+    if (any == 0) return;
+    for (std::size_t a = 0; a < count; ++a) {
+      if (found & (1u << a)) continue;
+      for (unsigned c = candidates[a]; c != 0; c &= c - 1) {
+        const unsigned b = static_cast<unsigned>(__builtin_ctz(c));
+        if (std::memcmp(text + b, adapters_[a].data(), length_) == 0) {
+          found |= 1u << a;
+          first[a] = start + b;
+          break;
+        }
+      }
+    }
+  };
+  std::size_t i = 0;
+  // Every byte a block reads (up to i + 15 + span - 1) must lie inside the read.
+  for (; i + 15 + span <= len && found != all; i += 16) scan(s + i, i);
+  // The remaining starts (more than 16 when the adapters are shorter than four bases), on a copy
+  // padded with zero bytes: no adapter holds one, so windows reaching past the read's end never
+  // match.
+  for (; i <= lastStart && found != all; i += 16) {
+    alignas(16) unsigned char tail[48] = {};
+    std::memcpy(tail, s + i, len - i);
+    scan(tail, i);
+  }
+  return found;
+}
+#else
+unsigned AdapterScanner::findVector(const unsigned char* s, std::size_t len,
+                                    std::array<std::size_t, 8>& first) const {
+  return findScalar(std::string_view(reinterpret_cast<const char*>(s), len), first);
+}
+#endif
 
 void AdapterScanner::add(std::string_view sequence) {
   ++total_;
@@ -68,56 +157,12 @@ void AdapterScanner::add(std::string_view sequence) {
     for (auto& h : hits_) h.resize(longest_ - length_ + 1, 0);
   }
   if (longest_ == 0 || len < length_) return;  // nothing is counted until some read is long enough
-
-  // Two lanes scan the first and the second half of the read side by side: each window update
-  // depends on the previous one, so two independent chains keep the core twice as busy. Lane A
-  // sees windows ending in [0, mid), lane B those ending in [mid, len); a hit in lane A is
-  // always the earlier one.
-  const auto* s = reinterpret_cast<const unsigned char*>(sequence.data());
-  const auto& codeOf = kBases.code;
-  const std::size_t mid = len / 2;
-  std::array<std::size_t, 8> firstA{};
-  std::array<std::size_t, 8> firstB{};
-  std::uint8_t foundA = 0;
-  std::uint8_t foundB = 0;
-  auto match = [&](std::uint64_t code, std::size_t end, std::uint8_t candidates, std::uint8_t& found,
-                   std::array<std::size_t, 8>& first) {
-    const std::uint64_t window = code & codeMask_;
-    do {
-      const unsigned a = static_cast<unsigned>(__builtin_ctz(candidates));
-      candidates &= static_cast<std::uint8_t>(candidates - 1);
-      if (codes_[a] == window) {
-        found |= static_cast<std::uint8_t>(1u << a);
-        first[a] = end;
-      }
-    } while (candidates != 0);
-  };
-  std::uint64_t codeA = emptyWindow_;
-  std::uint64_t codeB = emptyWindow_;
-  for (std::size_t i = mid >= length_ - 1 ? mid - (length_ - 1) : 0; i < mid; ++i) {
-    codeB = (codeB << 3) | codeOf[s[i]];
-  }
-  for (std::size_t i = 0; i < mid; ++i) {
-    codeA = (codeA << 3) | codeOf[s[i]];
-    codeB = (codeB << 3) | codeOf[s[mid + i]];
-    const std::uint8_t candA = tailMask_[codeA & 4095] & static_cast<std::uint8_t>(~foundA);
-    const std::uint8_t candB = tailMask_[codeB & 4095] & static_cast<std::uint8_t>(~foundB);
-    if ((candA | candB) == 0) continue;
-    if (candA != 0) match(codeA, i, candA, foundA, firstA);
-    if (candB != 0) match(codeB, mid + i, candB, foundB, firstB);
-  }
-  if (len % 2 == 1) {
-    codeB = (codeB << 3) | codeOf[s[len - 1]];
-    const std::uint8_t candB = tailMask_[codeB & 4095] & static_cast<std::uint8_t>(~foundB);
-    if (candB != 0) match(codeB, len - 1, candB, foundB, firstB);
-  }
+  std::array<std::size_t, 8> first{};
+  const unsigned found =
+      vectorised_ ? findVector(reinterpret_cast<const unsigned char*>(sequence.data()), len, first)
+                  : findScalar(sequence, first);
   for (std::size_t a = 0; a < adapters_.size(); ++a) {
-    const std::uint8_t bit = static_cast<std::uint8_t>(1u << a);
-    if (foundA & bit) {
-      ++hits_[a][firstA[a] + 1 - length_];
-    } else if (foundB & bit) {
-      ++hits_[a][firstB[a] + 1 - length_];
-    }
+    if (found & (1u << a)) ++hits_[a][first[a]];
   }
 }
 

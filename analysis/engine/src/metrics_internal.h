@@ -190,7 +190,9 @@ Overrepresented overrepresented(const std::vector<std::uint64_t>& counts, std::u
 class AdapterScanner {
  public:
   // All adapters must be non-empty, made of A/C/G/T only, at most 12 bases and of one length.
-  explicit AdapterScanner(std::vector<std::string> adapters);
+  // `vectorised` = false searches with std::string_view::find (the reference the vector search is
+  // tested on, and the search used where SSE2 is missing).
+  explicit AdapterScanner(std::vector<std::string> adapters, bool vectorised = true);
   void add(std::string_view sequence);
   Verdict verdict() const;
   // Group values (percent) per adapter, for inspection; empty when no read was long enough.
@@ -198,14 +200,20 @@ class AdapterScanner {
   std::size_t adapterLength() const { return length_; }
 
  private:
+  // Bit a set: adapter a found; first[a] its 0-based start.
+  unsigned findVector(const unsigned char* s, std::size_t len, std::array<std::size_t, 8>& first) const;
+  unsigned findScalar(std::string_view sequence, std::array<std::size_t, 8>& first) const;
   std::vector<std::string> adapters_;
-  // Bases are packed 3 bits each (A/C/G/T 0..3, anything else 4), so a window holding a non-ACGT
-  // character can never equal an adapter and no separate run length is needed.
-  std::vector<std::uint64_t> codes_;
-  std::array<std::uint8_t, 4096> tailMask_{};  // last four bases -> adapters ending with them
+  bool vectorised_;
+  // Sixteen copies of every adapter's first four bases packed 2 bits each (bits 1-2 of the
+  // letter, which tell A/C/G/T apart), and of the mask of the bits its length covers: a start is
+  // compared in full only when its packed bases match.
+  struct alignas(16) Probe {
+    std::array<std::uint8_t, 16> code;
+    std::array<std::uint8_t, 16> mask;
+  };
+  std::vector<Probe> probes_;
   std::size_t length_ = 0;
-  std::uint64_t codeMask_ = 0;
-  std::uint64_t emptyWindow_ = 0;  // every slot 4: no match before the window is full
   std::size_t longest_ = 0;  // R: longest read so far that was longer than the adapters
   std::uint64_t total_ = 0;
   // hits_[a][j]: reads whose first occurrence of adapter a starts at 0-based j (counted only once

@@ -115,46 +115,64 @@ TEST(MetricsAdapters, ShortCustomAdapter) {
   EXPECT_EQ(s.groupValues()[0], (std::vector<double>{0, 0, 100, 100, 100}));
 }
 
-TEST(MetricsAdapters, AgreesWithAPlainSubstringSearch) {
-  // Random reads over A/C/G/T/N with planted adapters and near misses, a hit in either half of
-  // the read or across the middle; every per-position value must equal the one from
-  // std::string::find.
-  const auto adapters = adapterSequences(0, "");
-  std::mt19937 rng(7);
+// Random reads over A/C/G/T/N with planted adapters and near misses, a hit anywhere in the read
+// (block edges of the vector search and its padded tail included); every per-position value must
+// equal the one from std::string::find.
+void expectPlainSubstringSearch(const std::vector<std::string>& adapters, bool vectorised,
+                                unsigned seed) {
+  const std::size_t k = adapters.front().size();
+  std::mt19937 rng(seed);
   std::vector<std::string> reads;
   for (int i = 0; i < 3000; ++i) {
     // Lengths 1..69 (odd and even, shorter than an adapter too); the first read is the longest
     // so that every read counts.
     std::string r(i == 0 ? 69 : 1 + rng() % 69, 'A');
     for (char& c : r) c = "ACGTN"[rng() % (rng() % 4 == 0 ? 5 : 4)];
-    if (r.size() >= 12 && rng() % 3 == 0) {
+    for (int plant = rng() % 3; plant < 2 && r.size() >= k; ++plant) {
       std::string a = adapters[rng() % adapters.size()];
       if (rng() % 2 == 0) a[rng() % a.size()] = 'C';  // near miss (or still a hit when it was C)
-      const std::size_t at = rng() % (r.size() - a.size() + 1);
+      // Near the end half of the time: the starts the tail copy handles.
+      const std::size_t room = r.size() - a.size() + 1;
+      const std::size_t at = rng() % 2 == 0 ? room - 1 - rng() % std::min<std::size_t>(room, 16)
+                                            : rng() % room;
       r.replace(at, a.size(), a);
     }
     reads.push_back(r);
   }
-  AdapterScanner s(adapters);
+  AdapterScanner s(adapters, vectorised);
   std::size_t longest = 0;
   std::vector<std::vector<std::uint64_t>> firstHits(adapters.size());
   for (const auto& r : reads) {
     s.add(r);
     longest = std::max(longest, r.size());
     for (std::size_t a = 0; a < adapters.size(); ++a) {
-      firstHits[a].resize(longest - 11, 0);
+      firstHits[a].resize(longest - k + 1, 0);
       const auto at = r.find(adapters[a]);
       if (at != std::string::npos) ++firstHits[a][at];
     }
   }
   const auto v = s.groupValues();
-  ASSERT_EQ(longest - 11, 58u);  // <= 75 entries: one group per position
+  ASSERT_EQ(v.size(), adapters.size());
   for (std::size_t a = 0; a < adapters.size(); ++a) {
+    // <= 75 entries: one group per position
+    ASSERT_EQ(v[a].size(), longest - k + 1);
     std::uint64_t running = 0;
     for (std::size_t e = 0; e < v[a].size(); ++e) {
       running += firstHits[a][e];
-      ASSERT_DOUBLE_EQ(v[a][e], (100.0 * static_cast<double>(running)) / 3000) << a << " " << e;
+      ASSERT_DOUBLE_EQ(v[a][e], (100.0 * static_cast<double>(running)) / 3000)
+          << adapters[a] << " at " << e << (vectorised ? " (vector)" : " (scalar)");
     }
+  }
+}
+
+TEST(MetricsAdapters, AgreesWithAPlainSubstringSearch) {
+  for (const bool vectorised : {true, false}) {
+    expectPlainSubstringSearch(adapterSequences(0, ""), vectorised, 7);
+    expectPlainSubstringSearch(adapterSequences(1, ""), vectorised, 8);
+    expectPlainSubstringSearch({"ACG"}, vectorised, 9);
+    expectPlainSubstringSearch({"TTAGGCA"}, vectorised, 10);
+    expectPlainSubstringSearch({"A"}, vectorised, 11);
+    expectPlainSubstringSearch({"CA", "AC", "GG", "TA", "AT", "CC", "GA", "TT"}, vectorised, 12);
   }
 }
 
