@@ -166,11 +166,13 @@ void SampleMetrics::Impl::add(const FastqRecord& r) {
     std::uint16_t* h = qualityRecent.data();
     auto slot = [](unsigned char code) { return std::size_t{code} - kLowestCode; };
     std::size_t p = 0;
-    for (; p + 2 <= lq; p += 2, h += 2 * kQualStride) {
+    for (; p + 4 <= lq; p += 4, h += 4 * kQualStride) {
       ++h[slot(q[p])];
       ++h[kQualStride + slot(q[p + 1])];
+      ++h[2 * kQualStride + slot(q[p + 2])];
+      ++h[3 * kQualStride + slot(q[p + 3])];
     }
-    if (p < lq) ++h[slot(q[p])];
+    for (; p < lq; ++p, h += kQualStride) ++h[slot(q[p])];
     ++readMeanCodes[byteSum(q, lq) / lq];
     for (std::size_t j = lq > 10 ? lq - 10 : 0; j < lq; ++j) ++lastTenCodes[q[j]];
   }

@@ -238,8 +238,8 @@ class TileTracker {
 
  private:
   struct Tile {
-    std::vector<std::uint64_t> sums;    // raw quality codes per position
-    std::vector<std::uint64_t> counts;  // observations per position
+    std::vector<std::uint64_t> sums;     // raw quality codes per position
+    std::vector<std::uint64_t> lengths;  // reads per length: a read observes positions < length
   };
   static bool parseTile(std::string_view field, std::int32_t& tile);
   std::uint64_t numbered_ = 0;

@@ -108,16 +108,18 @@ void TileTracker::add(std::string_view header, std::string_view quality) {
   ++used_;
   if (quality.size() > longest_) longest_ = quality.size();
   Tile& t = tiles_[index];
-  if (t.sums.size() < quality.size()) {
-    t.sums.resize(quality.size(), 0);
-    t.counts.resize(quality.size(), 0);
+  const std::size_t n = quality.size();
+  if (t.sums.size() < n) t.sums.resize(n, 0);
+  if (t.lengths.size() <= n) t.lengths.resize(n + 1, 0);
+  ++t.lengths[n];
+  const auto* q = reinterpret_cast<const unsigned char*>(quality.data());
+  std::uint64_t* sums = t.sums.data();
+  unsigned low = 255;
+  for (std::size_t i = 0; i < n; ++i) {
+    sums[i] += q[i];
+    low = q[i] < low ? q[i] : low;
   }
-  for (std::size_t i = 0; i < quality.size(); ++i) {
-    const unsigned code = static_cast<unsigned char>(quality[i]);
-    if (code < minCode_) minCode_ = code;
-    t.sums[i] += code;
-    ++t.counts[i];
-  }
+  if (low < minCode_) minCode_ = low;
 }
 
 double TileTracker::maxDeviation() const {
@@ -126,14 +128,25 @@ double TileTracker::maxDeviation() const {
   const double tileCount = static_cast<double>(tiles_.size());
   double worst = 0;
   std::vector<double> groupMean(tiles_.size());
+  // counts[t][p]: observations of position p (0-based) in tile t, i.e. its reads longer than p.
+  std::vector<std::vector<std::uint64_t>> counts(tiles_.size());
+  for (std::size_t t = 0; t < tiles_.size(); ++t) {
+    const Tile& tile = tiles_[t];
+    counts[t].assign(tile.sums.size(), 0);
+    std::uint64_t longer = 0;
+    for (std::size_t p = tile.sums.size(); p-- > 0;) {
+      longer += p + 1 < tile.lengths.size() ? tile.lengths[p + 1] : 0;
+      counts[t][p] = longer;
+    }
+  }
   for (const PositionGroup& g : groups) {
     double sum = 0;
     for (std::size_t t = 0; t < tiles_.size(); ++t) {
       const Tile& tile = tiles_[t];
       double total = 0;
       std::size_t positions = 0;
-      for (std::size_t pos = g.first; pos <= g.last && pos <= tile.counts.size(); ++pos) {
-        const std::uint64_t n = tile.counts[pos - 1];
+      for (std::size_t pos = g.first; pos <= g.last && pos <= counts[t].size(); ++pos) {
+        const std::uint64_t n = counts[t][pos - 1];
         if (n == 0) continue;
         const std::uint64_t phredSum = tile.sums[pos - 1] - n * offset;
         total += static_cast<double>(phredSum) / static_cast<double>(n);
