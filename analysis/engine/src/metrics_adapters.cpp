@@ -2,10 +2,15 @@
 #include <cstring>
 #include <stdexcept>
 
-// _mm_movemask_epi8 and friends: SSE2 is part of every x86-64.
+// SSE2 is part of every x86-64; AVX2 code is compiled per function (target attribute) and only
+// run after the processor was asked.
 #if defined(__SSE2__) && defined(__x86_64__)
 #define GENOSTAT_SSE2 1
 #include <emmintrin.h>
+#if defined(__GNUC__) || defined(__clang__)
+#define GENOSTAT_AVX2 1
+#include <immintrin.h>
+#endif
 #endif
 
 #include "metrics_internal.h"
@@ -40,11 +45,8 @@ std::vector<std::string> adapterSequences(int setting, const std::string& custom
   }
 }
 
-AdapterScanner::AdapterScanner(std::vector<std::string> adapters, bool vectorised)
-    : adapters_(std::move(adapters)), vectorised_(vectorised), hits_(adapters_.size()) {
-#ifndef GENOSTAT_SSE2
-  vectorised_ = false;
-#endif
+AdapterScanner::AdapterScanner(std::vector<std::string> adapters, Simd simd)
+    : adapters_(std::move(adapters)), simd_(usableSimd(simd)), hits_(adapters_.size()) {
   if (adapters_.empty() || adapters_.size() > 8) throw std::invalid_argument("adapter list size");
   length_ = adapters_.front().size();
   if (length_ == 0 || length_ > 12) throw std::invalid_argument("adapter length");
@@ -63,9 +65,22 @@ AdapterScanner::AdapterScanner(std::vector<std::string> adapters, bool vectorise
     Probe probe;
     probe.code.fill(static_cast<std::uint8_t>(code));
     probe.mask.fill(static_cast<std::uint8_t>(mask));
+    if (length_ >= 8) {
+      std::memcpy(&probe.head, s.data(), 8);
+      std::memcpy(&probe.tail, s.data() + length_ - 8, 8);
+    }
     probes_.push_back(probe);
     hits_[a].assign(1, 0);
   }
+}
+
+inline bool AdapterScanner::matches(const unsigned char* window, std::size_t a) const {
+  if (length_ < 8) return std::memcmp(window, adapters_[a].data(), length_) == 0;
+  std::uint64_t head;
+  std::uint64_t tail;
+  std::memcpy(&head, window, 8);
+  std::memcpy(&tail, window + length_ - 8, 8);
+  return head == probes_[a].head && tail == probes_[a].tail;
 }
 
 unsigned AdapterScanner::findScalar(std::string_view sequence,
@@ -82,7 +97,7 @@ unsigned AdapterScanner::findScalar(std::string_view sequence,
 }
 
 #ifdef GENOSTAT_SSE2
-unsigned AdapterScanner::findVector(const unsigned char* s, std::size_t len,
+unsigned AdapterScanner::findSse2(const unsigned char* s, std::size_t len,
                                     std::array<std::size_t, 8>& first) const {
   const std::size_t count = adapters_.size();
   const unsigned all = (1u << count) - 1;
@@ -106,14 +121,17 @@ unsigned AdapterScanner::findVector(const unsigned char* s, std::size_t len,
                      _mm_and_si128(_mm_slli_epi16(at(1), 1), twelve)),
         _mm_or_si128(_mm_and_si128(_mm_slli_epi16(at(2), 3), fortyEight),
                      _mm_and_si128(_mm_slli_epi16(at(3), 5), top)));
+    // Starts past the last one (padding reads as A) are dropped before any compare.
+    const std::size_t starts = lastStart - start + 1;
+    const unsigned valid = starts >= 16 ? 0xffffu : (1u << starts) - 1;
     std::array<unsigned, 8> candidates;
     unsigned any = 0;
     for (std::size_t a = 0; a < count; ++a) {
       const Probe& p = probes_[a];
       const __m128i mask = _mm_load_si128(reinterpret_cast<const __m128i*>(p.mask.data()));
       const __m128i code = _mm_load_si128(reinterpret_cast<const __m128i*>(p.code.data()));
-      candidates[a] =
-          static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(packed, mask), code)));
+      candidates[a] = valid & static_cast<unsigned>(_mm_movemask_epi8(
+                                  _mm_cmpeq_epi8(_mm_and_si128(packed, mask), code)));
       any |= candidates[a];
     }
     if (any == 0) return;
@@ -121,7 +139,7 @@ unsigned AdapterScanner::findVector(const unsigned char* s, std::size_t len,
       if (found & (1u << a)) continue;
       for (unsigned c = candidates[a]; c != 0; c &= c - 1) {
         const unsigned b = static_cast<unsigned>(__builtin_ctz(c));
-        if (std::memcmp(text + b, adapters_[a].data(), length_) == 0) {
+        if (matches(text + b, a)) {
           found |= 1u << a;
           first[a] = start + b;
           break;
@@ -143,9 +161,96 @@ unsigned AdapterScanner::findVector(const unsigned char* s, std::size_t len,
   return found;
 }
 #else
-unsigned AdapterScanner::findVector(const unsigned char* s, std::size_t len,
-                                    std::array<std::size_t, 8>& first) const {
+unsigned AdapterScanner::findSse2(const unsigned char* s, std::size_t len,
+                                  std::array<std::size_t, 8>& first) const {
   return findScalar(std::string_view(reinterpret_cast<const char*>(s), len), first);
+}
+#endif
+
+#ifdef GENOSTAT_AVX2
+// The SSE2 search at twice the width; no lambdas, which would not inherit the target.
+__attribute__((target("avx2"))) unsigned AdapterScanner::findAvx2(
+    const unsigned char* s, std::size_t len, std::array<std::size_t, 8>& first) const {
+  const std::size_t count = adapters_.size();
+  const unsigned all = (1u << count) - 1;
+  const std::size_t lastStart = len - length_;
+  const std::size_t span = length_ > 4 ? length_ : 4;
+  const __m256i three = _mm256_set1_epi8(3);
+  const __m256i twelve = _mm256_set1_epi8(12);
+  const __m256i fortyEight = _mm256_set1_epi8(48);
+  const __m256i top = _mm256_set1_epi8(static_cast<char>(192));
+  unsigned found = 0;
+  alignas(32) unsigned char tail[96];
+  for (std::size_t i = 0; i <= lastStart && found != all; i += 32) {
+    // Block of starts [base, base + 32) read from `text`; `valid` keeps the starts from i on that
+    // are not past the last one.
+    std::size_t base = i;
+    const unsigned char* text = s + i;
+    unsigned valid = ~0u;
+    if (i + 31 + span > len) {
+      if (span == length_ && len >= 31 + span) {
+        // The last block read in place, ending at the last start and overlapping the one before
+        // (i - base <= 31); starts before i were seen.
+        base = len - 31 - span;
+        text = s + base;
+        valid = ~0u << (i - base);
+      } else {
+        // A short read, or adapters shorter than the four bases packed: a copy padded with zero
+        // bytes, which read as A; starts past the last one are dropped.
+        std::memset(tail, 0, sizeof tail);
+        std::memcpy(tail, s + i, len - i);
+        text = tail;
+        const std::size_t starts = lastStart - i + 1;
+        valid = starts >= 32 ? ~0u : (1u << starts) - 1;
+      }
+    }
+    const __m256i packed = _mm256_or_si256(
+        _mm256_or_si256(
+            _mm256_and_si256(
+                _mm256_srli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(text)), 1),
+                three),
+            _mm256_and_si256(
+                _mm256_slli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + 1)),
+                                  1),
+                twelve)),
+        _mm256_or_si256(
+            _mm256_and_si256(
+                _mm256_slli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + 2)),
+                                  3),
+                fortyEight),
+            _mm256_and_si256(
+                _mm256_slli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + 3)),
+                                  5),
+                top)));
+    std::array<unsigned, 8> candidates;
+    unsigned any = 0;
+    for (std::size_t a = 0; a < count; ++a) {
+      const Probe& p = probes_[a];
+      const __m256i mask = _mm256_load_si256(reinterpret_cast<const __m256i*>(p.mask.data()));
+      const __m256i code = _mm256_load_si256(reinterpret_cast<const __m256i*>(p.code.data()));
+      candidates[a] = valid & static_cast<unsigned>(_mm256_movemask_epi8(
+                                  _mm256_cmpeq_epi8(_mm256_and_si256(packed, mask), code)));
+      any |= candidates[a];
+    }
+    if (any == 0) continue;
+    for (std::size_t a = 0; a < count; ++a) {
+      if (found & (1u << a)) continue;
+      for (unsigned c = candidates[a]; c != 0; c &= c - 1) {
+        const unsigned b = static_cast<unsigned>(__builtin_ctz(c));
+        if (matches(text + b, a)) {
+          found |= 1u << a;
+          first[a] = base + b;
+          break;
+        }
+      }
+    }
+  }
+  return found;
+}
+#else
+unsigned AdapterScanner::findAvx2(const unsigned char* s, std::size_t len,
+                                  std::array<std::size_t, 8>& first) const {
+  return findSse2(s, len, first);
 }
 #endif
 
@@ -158,9 +263,13 @@ void AdapterScanner::add(std::string_view sequence) {
   }
   if (longest_ == 0 || len < length_) return;  // nothing is counted until some read is long enough
   std::array<std::size_t, 8> first{};
-  const unsigned found =
-      vectorised_ ? findVector(reinterpret_cast<const unsigned char*>(sequence.data()), len, first)
-                  : findScalar(sequence, first);
+  const auto* s = reinterpret_cast<const unsigned char*>(sequence.data());
+  unsigned found = 0;
+  switch (simd_) {
+    case Simd::Avx2: found = findAvx2(s, len, first); break;
+    case Simd::Sse2: found = findSse2(s, len, first); break;
+    case Simd::None: found = findScalar(sequence, first); break;
+  }
   for (std::size_t a = 0; a < adapters_.size(); ++a) {
     if (found & (1u << a)) ++hits_[a][first[a]];
   }

@@ -25,7 +25,17 @@ std::string formatTwoDecimals(double value);
 std::string formatTruncatedPercent(std::uint64_t part, std::uint64_t whole);
 
 // ---------------------------------------------------------------------------------------------
-// Per-position base classes, counted sixteen positions at a time: each read adds the compare masks
+// Vector instructions of the hot loops, chosen once at run time: the best the processor has, or
+// a lower level asked for (tests run every level against the byte-at-a-time reference).
+
+enum class Simd { None = 0, Sse2 = 1, Avx2 = 2 };
+// The best level this processor and build support.
+Simd bestSimd();
+// `wanted`, lowered to what this processor and build support.
+Simd usableSimd(Simd wanted);
+
+// ---------------------------------------------------------------------------------------------
+// Per-position base classes, counted 16 or 32 positions at a time: each read adds the compare masks
 // of A, C, G, T and N to 8-bit working counters ([class][position]), which are folded into 64-bit
 // totals every 255 reads. The class of everything else follows from the number of reads covering
 // a position, so it needs no compare of its own.
@@ -35,9 +45,8 @@ constexpr std::size_t kBaseStride = 8;  // six classes, padded
 
 class BaseCounts {
  public:
-  // `vectorised` = false counts one base at a time (the reference the vector code is tested on,
-  // and the code used where SSE2 is missing).
-  explicit BaseCounts(bool vectorised = true);
+  // Simd::None counts one base at a time (the reference the vector code is tested on).
+  explicit BaseCounts(Simd simd = bestSimd());
   // Counts one read's bases; returns the number of G and C among its first `gcLength` bases
   // (gcLength <= size).
   std::size_t add(const unsigned char* bases, std::size_t size, std::size_t gcLength);
@@ -48,9 +57,10 @@ class BaseCounts {
  private:
   void fold();
   std::size_t addScalar(const unsigned char* bases, std::size_t size, std::size_t gcLength);
-  std::size_t addVector(const unsigned char* bases, std::size_t size, std::size_t gcLength);
-  bool vectorised_;
-  std::size_t capacity_ = 0;           // positions held by the working counters, a multiple of 16
+  std::size_t addSse2(const unsigned char* bases, std::size_t size, std::size_t gcLength);
+  std::size_t addAvx2(const unsigned char* bases, std::size_t size, std::size_t gcLength);
+  Simd simd_;
+  std::size_t capacity_ = 0;           // positions held by the working counters, a multiple of 32
   std::size_t longest_ = 0;
   unsigned sinceFold_ = 0;             // reads in the working counters
   std::vector<std::uint8_t> recent_;   // [class * capacity_ + position], classes A..N
@@ -190,9 +200,9 @@ Overrepresented overrepresented(const std::vector<std::uint64_t>& counts, std::u
 class AdapterScanner {
  public:
   // All adapters must be non-empty, made of A/C/G/T only, at most 12 bases and of one length.
-  // `vectorised` = false searches with std::string_view::find (the reference the vector search is
-  // tested on, and the search used where SSE2 is missing).
-  explicit AdapterScanner(std::vector<std::string> adapters, bool vectorised = true);
+  // Simd::None searches with std::string_view::find (the reference the vector search is tested
+  // on).
+  explicit AdapterScanner(std::vector<std::string> adapters, Simd simd = bestSimd());
   void add(std::string_view sequence);
   Verdict verdict() const;
   // Group values (percent) per adapter, for inspection; empty when no read was long enough.
@@ -201,17 +211,23 @@ class AdapterScanner {
 
  private:
   // Bit a set: adapter a found; first[a] its 0-based start.
-  unsigned findVector(const unsigned char* s, std::size_t len, std::array<std::size_t, 8>& first) const;
+  unsigned findSse2(const unsigned char* s, std::size_t len, std::array<std::size_t, 8>& first) const;
+  unsigned findAvx2(const unsigned char* s, std::size_t len, std::array<std::size_t, 8>& first) const;
   unsigned findScalar(std::string_view sequence, std::array<std::size_t, 8>& first) const;
   std::vector<std::string> adapters_;
-  bool vectorised_;
-  // Sixteen copies of every adapter's first four bases packed 2 bits each (bits 1-2 of the
+  Simd simd_;
+  // 32 copies of every adapter's first four bases packed 2 bits each (bits 1-2 of the
   // letter, which tell A/C/G/T apart), and of the mask of the bits its length covers: a start is
   // compared in full only when its packed bases match.
-  struct alignas(16) Probe {
-    std::array<std::uint8_t, 16> code;
-    std::array<std::uint8_t, 16> mask;
+  struct alignas(32) Probe {
+    std::array<std::uint8_t, 32> code;
+    std::array<std::uint8_t, 32> mask;
+    // Adapters of 8 bases or more: their first and last eight bases as words, so a candidate is
+    // confirmed with two loads and compares.
+    std::uint64_t head = 0;
+    std::uint64_t tail = 0;
   };
+  bool matches(const unsigned char* window, std::size_t a) const;
   std::vector<Probe> probes_;
   std::size_t length_ = 0;
   std::size_t longest_ = 0;  // R: longest read so far that was longer than the adapters

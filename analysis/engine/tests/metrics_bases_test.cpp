@@ -34,58 +34,69 @@ std::size_t classOf(char c) {
   }
 }
 
-TEST(MetricsBaseCounts, VectorAndScalarAgreeWithHandCounts) {
-  std::mt19937 rng(11);
+// Every vector level (a level the processor lacks falls back to the next lower one).
+const Simd kLevels[] = {Simd::Avx2, Simd::Sse2, Simd::None};
+
+TEST(MetricsBaseCounts, EveryLevelAgreesWithHandCounts) {
   // Skewed towards A/C/G/T as in real reads, with every other kind of byte present.
   const std::string alphabet = "ACGTACGTACGTACGTNNacgt.*~!Z";
-  BaseCounts vector(true);
-  BaseCounts scalar(false);
-  std::vector<std::vector<std::uint64_t>> expected;  // [position][class]
-  std::uniform_int_distribution<std::size_t> length(0, 70);
-  // More than 255 reads, so the 8-bit working counters are folded several times, and reads that
-  // grow the longest length after counting has begun.
-  for (int r = 0; r < 1200; ++r) {
-    const std::size_t n = r == 700 ? 161 : length(rng);
-    const std::string read = randomRead(rng, n, alphabet);
-    const std::size_t gcLength = n == 0 ? 0 : std::uniform_int_distribution<std::size_t>(0, n)(rng);
-    std::size_t gc = 0;
-    if (expected.size() < n) expected.resize(n, std::vector<std::uint64_t>(6, 0));
-    for (std::size_t i = 0; i < n; ++i) {
-      const std::size_t k = classOf(read[i]);
-      ++expected[i][k];
-      if (i < gcLength && (k == kC || k == kG)) ++gc;
+  for (const Simd simd : kLevels) {
+    std::mt19937 rng(11);
+    BaseCounts counts(simd);
+    std::vector<std::vector<std::uint64_t>> expected;  // [position][class]
+    std::uniform_int_distribution<std::size_t> length(0, 70);
+    // More than 255 reads, so the 8-bit working counters are folded several times, and a read
+    // that grows the longest length after counting has begun.
+    for (int r = 0; r < 1200; ++r) {
+      const std::size_t n = r == 700 ? 161 : length(rng);
+      const std::string read = randomRead(rng, n, alphabet);
+      const std::size_t gcLength =
+          n == 0 ? 0 : std::uniform_int_distribution<std::size_t>(0, n)(rng);
+      std::size_t gc = 0;
+      if (expected.size() < n) expected.resize(n, std::vector<std::uint64_t>(6, 0));
+      for (std::size_t i = 0; i < n; ++i) {
+        const std::size_t k = classOf(read[i]);
+        ++expected[i][k];
+        if (i < gcLength && (k == kC || k == kG)) ++gc;
+      }
+      ASSERT_EQ(counts.add(bytes(read), n, gcLength), gc)
+          << "read " << r << " level " << static_cast<int>(simd);
     }
-    ASSERT_EQ(vector.add(bytes(read), n, gcLength), gc) << "read " << r;
-    ASSERT_EQ(scalar.add(bytes(read), n, gcLength), gc) << "read " << r;
-  }
-  const auto fromVector = vector.totals();
-  const auto fromScalar = scalar.totals();
-  ASSERT_EQ(fromVector.size(), expected.size() * kBaseStride);
-  EXPECT_EQ(fromVector, fromScalar);
-  for (std::size_t p = 0; p < expected.size(); ++p) {
-    for (std::size_t k = 0; k < 6; ++k) {
-      EXPECT_EQ(fromVector[p * kBaseStride + k], expected[p][k]) << "position " << p << " class " << k;
+    const auto totals = counts.totals();
+    ASSERT_EQ(totals.size(), expected.size() * kBaseStride);
+    for (std::size_t p = 0; p < expected.size(); ++p) {
+      for (std::size_t k = 0; k < 6; ++k) {
+        EXPECT_EQ(totals[p * kBaseStride + k], expected[p][k])
+            << "position " << p << " class " << k << " level " << static_cast<int>(simd);
+      }
     }
   }
 }
 
 TEST(MetricsBaseCounts, CountersDoNotWrapOnManyIdenticalReads) {
-  // 1000 reads of the same 20 bases: every working counter of the read's classes passes 255.
-  const std::string read = "ACGTNacgt.ACGTNACGTN";
-  BaseCounts vector(true);
-  BaseCounts scalar(false);
-  for (int r = 0; r < 1000; ++r) {
-    vector.add(bytes(read), read.size(), read.size());
-    scalar.add(bytes(read), read.size(), read.size());
-  }
-  const auto totals = vector.totals();
-  EXPECT_EQ(totals, scalar.totals());
-  ASSERT_EQ(totals.size(), read.size() * kBaseStride);
-  for (std::size_t p = 0; p < read.size(); ++p) {
-    for (std::size_t k = 0; k < 6; ++k) {
-      EXPECT_EQ(totals[p * kBaseStride + k], k == classOf(read[p]) ? 1000u : 0u) << p << " " << k;
+  // 1000 reads of the same 40 bases: every working counter of the read's classes passes 255.
+  const std::string read = "ACGTNacgt.ACGTNACGTNACGTNacgt.ACGTNACGTN";
+  for (const Simd simd : kLevels) {
+    BaseCounts counts(simd);
+    for (int r = 0; r < 1000; ++r) counts.add(bytes(read), read.size(), read.size());
+    const auto totals = counts.totals();
+    ASSERT_EQ(totals.size(), read.size() * kBaseStride);
+    for (std::size_t p = 0; p < read.size(); ++p) {
+      for (std::size_t k = 0; k < 6; ++k) {
+        EXPECT_EQ(totals[p * kBaseStride + k], k == classOf(read[p]) ? 1000u : 0u)
+            << p << " " << k << " level " << static_cast<int>(simd);
+      }
     }
   }
+}
+
+TEST(MetricsBaseCounts, LevelsAreLoweredToWhatTheProcessorHas) {
+  EXPECT_EQ(usableSimd(Simd::None), Simd::None);
+  EXPECT_EQ(usableSimd(bestSimd()), bestSimd());
+  EXPECT_LE(static_cast<int>(usableSimd(Simd::Avx2)), static_cast<int>(bestSimd()));
+#if defined(__x86_64__)
+  EXPECT_NE(bestSimd(), Simd::None);  // SSE2 is part of every x86-64
+#endif
 }
 
 TEST(MetricsBaseCounts, NoReadsOrOnlyEmptyReadsGiveNoPositions) {
@@ -97,15 +108,16 @@ TEST(MetricsBaseCounts, NoReadsOrOnlyEmptyReadsGiveNoPositions) {
 }
 
 TEST(MetricsBaseCounts, GcCountStopsAtTheJudgedLength) {
-  // 40 bases: G/C at every even position; only the first 33 are judged (17 of them G/C).
+  // 80 bases: G/C at every even position; only the first 33 (17 G/C) or 65 (33 G/C) are judged.
   std::string read;
-  for (int i = 0; i < 20; ++i) read += "GA";
-  BaseCounts vector(true);
-  BaseCounts scalar(false);
-  EXPECT_EQ(vector.add(bytes(read), read.size(), 33), 17u);
-  EXPECT_EQ(scalar.add(bytes(read), read.size(), 33), 17u);
-  EXPECT_EQ(vector.add(bytes(read), read.size(), 0), 0u);
-  EXPECT_EQ(vector.add(bytes(read), read.size(), 40), 20u);
+  for (int i = 0; i < 40; ++i) read += "GA";
+  for (const Simd simd : kLevels) {
+    BaseCounts counts(simd);
+    EXPECT_EQ(counts.add(bytes(read), read.size(), 33), 17u);
+    EXPECT_EQ(counts.add(bytes(read), read.size(), 65), 33u);
+    EXPECT_EQ(counts.add(bytes(read), read.size(), 0), 0u);
+    EXPECT_EQ(counts.add(bytes(read), read.size(), 80), 40u);
+  }
 }
 
 TEST(MetricsByteScans, NeighbourDifferencesAndByteSumsMatchPlainLoops) {
