@@ -40,7 +40,11 @@ const ClassTable kClasses;
 
 Simd bestSimd() {
 #ifdef GENOSTAT_AVX2
-  static const bool avx2 = __builtin_cpu_supports("avx2") != 0;
+  // Initialised on first use; the explicit init makes a call from a static constructor safe.
+  static const bool avx2 = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") != 0;
+  }();
   if (avx2) return Simd::Avx2;
 #endif
 #ifdef GENOSTAT_SSE2
