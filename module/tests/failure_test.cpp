@@ -8,20 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "run_test_support.h"
-#include "zorvhost/output.h"
+#include "module_test_support.h"
 
-namespace run_test {
+namespace mt {
 namespace {
 
-class FailureTest : public RunTest {
- protected:
-  // The kept text for the /PRINT of `printName` and `code`, or "<none>".
-  std::string taken(const std::string& printName, int32_t code) {
-    std::string text;
-    return Peer::takeFailureMessage(*manager_, printName, code, text) ? text : "<none>";
-  }
-};
+class FailureTest : public RunTest {};
 
 TEST_F(FailureTest, EveryExitCodeOfTheTable) {
   struct Case {
@@ -79,33 +71,21 @@ TEST_F(FailureTest, DetailsFillTheMessageAndAreRemoved) {
   EXPECT_TRUE(tempFiles().empty()) << "neither the CSV nor the details file stays";
 }
 
-TEST_F(FailureTest, MissingInputShowsFileNotFoundWithItsPath) {
+TEST_F(FailureTest, MissingInputIsFileNotFoundWithItsPathShownByThePrintOnce) {
   // The stand-in answers an unreadable input as the analysis does: code 2 and the path.
   const std::string missing = scratch_.file("gone/reads.fq");
-  manager_->addJobToQueue(job("missing input", missing));
-  submitted_.push_back("missing input");
-  ASSERT_TRUE(client_.waitForEnds(1));
-  EXPECT_NE(client_.ends()[0].message.find("MESSAGE=202."), std::string::npos);
-  EXPECT_EQ(taken("missing_input", 202), "File not found:" + missing);
-}
-
-TEST_F(FailureTest, FailedJobsPrintShowsTheFilledMessageOnce) {
-  const std::string missing = scratch_.file("absent.fq");
-  manager_->addJobToQueue(job("lost input", missing));
-  submitted_.push_back("lost input");
+  queue(job("missing input", missing));
   ASSERT_TRUE(client_.waitForEnds(1));
   const std::string syntax = client_.ends()[0].message;
-
+  EXPECT_NE(syntax.find("MESSAGE=202."), std::string::npos) << syntax;
   // The client runs the job's syntax: its one command is the /PRINT.
   auto detailsCell = [&] {
-    std::vector<std::string> cells;
-    zorvhost::setOutputHandler([&cells](const zorvhost::OutputTable& table) {
-      for (const auto& row : table.cells) cells.insert(cells.end(), row.begin(), row.end());
-    });
-    EXPECT_EQ(command(syntax), std::vector<std::string>{});
-    zorvhost::setOutputHandler(nullptr);
-    for (const std::string& cell : cells) {
-      if (cell.rfind("File not found:", 0) == 0) return cell;
+    for (const auto& table : runTables(syntax)) {
+      for (const auto& row : table.cells) {
+        for (const std::string& cell : row) {
+          if (cell.rfind("File not found:", 0) == 0) return cell;
+        }
+      }
     }
     return std::string("<no message>");
   };
@@ -113,23 +93,16 @@ TEST_F(FailureTest, FailedJobsPrintShowsTheFilledMessageOnce) {
   EXPECT_EQ(detailsCell(), "File not found:{{FILE_PATH}}") << "a second /PRINT gets the bare template";
 }
 
-TEST_F(FailureTest, KeptTextIsTakenOnceByExactNameAndCode) {
-  submit("one run", R"({"exit":1,"details":{"ERROR_MESSAGE":"boom"}})");
-  ASSERT_TRUE(client_.waitForEnds(1));
+TEST_F(FailureTest, KeptTextsAreTakenOnceByExactNameAndCodeFirstInFirstOut) {
+  submit("one run", R"({"exit":1,"details":{"ERROR_MESSAGE":"first"}})");
+  submit("one run", R"({"exit":1,"details":{"ERROR_MESSAGE":"second"}})");
+  ASSERT_TRUE(client_.waitForEnds(2));
   EXPECT_EQ(taken("one run", 201), "<none>") << "the key is the name as /PRINT spells it";
   EXPECT_EQ(taken("one_run", 202), "<none>");
   EXPECT_EQ(taken("One_run", 201), "<none>");
-  EXPECT_EQ(taken("one_run", 201), "General error:boom");
+  EXPECT_EQ(taken("one_run", 201), "General error:first");
+  EXPECT_EQ(taken("one_run", 201), "General error:second");
   EXPECT_EQ(taken("one_run", 201), "<none>") << "forgotten once taken";
-}
-
-TEST_F(FailureTest, SameNameAndCodeTwiceIsFirstInFirstOut) {
-  submit("again", R"({"exit":1,"details":{"ERROR_MESSAGE":"first"}})");
-  submit("again", R"({"exit":1,"details":{"ERROR_MESSAGE":"second"}})");
-  ASSERT_TRUE(client_.waitForEnds(2));
-  EXPECT_EQ(taken("again", 201), "General error:first");
-  EXPECT_EQ(taken("again", 201), "General error:second");
-  EXPECT_EQ(taken("again", 201), "<none>");
 }
 
 TEST_F(FailureTest, TemplateComesFromTheStringTableTheWorkerLoads) {
@@ -152,7 +125,7 @@ TEST_F(FailureTest, ExitCodeZeroChangesNothing) {
   EXPECT_EQ(record.jobStatus.load(), JobStatus::Running);
   EXPECT_EQ(record.messageCode, 0);
   EXPECT_EQ(record.sampleCount, -1);
-  EXPECT_TRUE(entry_test::exists(record.csvFilePath));
+  EXPECT_TRUE(exists(record.csvFilePath));
   EXPECT_TRUE(client_.messages().empty());
   EXPECT_FALSE(Peer::handlePythonError(*manager_, 3, nullptr));
 }
@@ -170,7 +143,7 @@ TEST_F(FailureTest, NonZeroCodeMarksFailedRemovesTheCsvAndSendsThePrint) {
   EXPECT_EQ(record.sampleCount, 0);
   EXPECT_EQ(record.variableCount, 0);
   EXPECT_EQ(record.messageCode, 199);
-  EXPECT_FALSE(entry_test::exists(record.csvFilePath));
+  EXPECT_FALSE(exists(record.csvFilePath));
   const std::vector<Recorded> ends = client_.ends();
   ASSERT_EQ(ends.size(), 1u);
   EXPECT_NE(ends[0].message.find("NAME='broken_job'"), std::string::npos);
@@ -206,6 +179,6 @@ TEST(FailureMessages, StoredPerNameAndCodeInOrder) {
 }
 
 }  // namespace
-}  // namespace run_test
+}  // namespace mt
 
 #endif  // _WIN32

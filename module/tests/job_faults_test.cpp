@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "process_test_support.h"
-#include "run_test_support.h"
+#include "module_test_support.h"
 
-namespace run_test {
+namespace mt {
 namespace {
 
 class JobFaultsTest : public RunTest {};
@@ -42,13 +42,12 @@ TEST_F(JobFaultsTest, ResultCsvMissingEmptyOrHeaderOnly) {
 
 TEST_F(JobFaultsTest, CancelLeavesNoProcessOfTheTreeBehind) {
   const std::string tree = scratch_.file("tree");
-  const std::string ready = scratch_.file("ready");
-  submit("tree", R"({"rows":1,"children":")" + tree + R"(","ready":")" + ready + R"(","sleep":30})");
-  ASSERT_TRUE(eventually([&] { return entry_test::exists(ready); }));
+  submit("tree", hangingPlan(R"(,"rows":1,"children":")" + tree + "\""));
+  ASSERT_TRUE(ready());
   const pid_t launcher = Peer::processId(*manager_);
   pid_t child = -1;
   pid_t grandchild = -1;
-  std::istringstream(entry_test::readAll(tree)) >> child >> grandchild;
+  std::istringstream(readAll(tree)) >> child >> grandchild;
   ASSERT_GT(child, 1);
   ASSERT_GT(grandchild, 1);
   EXPECT_EQ(process_test::parentOf(child), launcher);
@@ -64,15 +63,14 @@ TEST_F(JobFaultsTest, CancelLeavesNoProcessOfTheTreeBehind) {
 }
 
 TEST_F(JobFaultsTest, TenQueuedBehindARunningJobAndTheEleventhRefused) {
-  const std::string ready = scratch_.file("ready");
-  const std::string hang = plan(R"({"ready":")" + ready + R"(","sleep":30})");
+  const std::string hang = plan(hangingPlan());
   const std::string quick = plan(R"({})");
   auto submitCommand = [&](const std::string& name, const std::string& planFile) {
     submitted_.push_back(name);
-    return command("GENOSTAT /JOB FILE='" + planFile + "' NAME='" + name + "'.");
+    return runCommand("GENOSTAT /JOB FILE='" + planFile + "' NAME='" + name + "'.");
   };
   ASSERT_EQ(submitCommand("running", hang), std::vector<std::string>{});
-  ASSERT_TRUE(eventually([&] { return entry_test::exists(ready); }));
+  ASSERT_TRUE(ready());
   for (int i = 1; i <= 9; ++i) {
     ASSERT_EQ(submitCommand("q" + std::to_string(i), quick), std::vector<std::string>{});
   }
@@ -145,6 +143,6 @@ TEST_F(JobFaultsTest, CancelsRacingWithTheWorkerEndEachJobExactlyOnce) {
 }
 
 }  // namespace
-}  // namespace run_test
+}  // namespace mt
 
 #endif  // _WIN32

@@ -11,12 +11,12 @@
 #include <mutex>
 #include <vector>
 
-#include "jobs_test_support.h"
+#include "module_test_support.h"
 #include "platform/platform.h"
 #include "platform/posix/process_tree.h"
 #include "process_test_support.h"
 
-namespace jobs_test {
+namespace mt {
 namespace {
 
 using genostat::platform::killProcessTree;
@@ -69,7 +69,7 @@ class TreeGuard {
   Tree tree_;
 };
 
-TEST(ProcessTree, ChildLookupFindsDirectChildrenOnly) {
+TEST(ProcessTree, ThreeLevelsEndInnermostFirstThenTheGroup) {
   const Tree tree = process_test::startTree(true);
   TreeGuard guard(tree);
   ASSERT_GT(tree.child, 1);
@@ -77,36 +77,17 @@ TEST(ProcessTree, ChildLookupFindsDirectChildrenOnly) {
   EXPECT_EQ(posix::childProcesses(tree.launcher), std::vector<pid_t>{tree.child});
   EXPECT_EQ(posix::childProcesses(tree.child), std::vector<pid_t>{tree.grandchild});
   EXPECT_TRUE(posix::childProcesses(tree.grandchild).empty());
-  EXPECT_TRUE(posix::processAlive(tree.grandchild));
-}
-
-TEST(ProcessTree, ThreeLevelsAllEnd) {
-  const Tree tree = process_test::startTree(true);
-  TreeGuard guard(tree);
-  ASSERT_GT(tree.child, 1);
-  ASSERT_GT(tree.grandchild, 1);
-
-  EXPECT_TRUE(killProcessTree(tree.launcher));
-
-  const int status = process_test::reap(tree.launcher);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-  EXPECT_TRUE(process_test::endsWithin(tree.child, 5));
-  EXPECT_TRUE(process_test::endsWithin(tree.grandchild, 5));
-}
-
-TEST(ProcessTree, InnermostFirstThenTheGroup) {
-  const Tree tree = process_test::startTree(true);
-  TreeGuard guard(tree);
-  ASSERT_GT(tree.grandchild, 1);
   std::vector<pid_t> targets;
   {
     RecordedSignals signals(true);
     EXPECT_TRUE(killProcessTree(tree.launcher));
     targets = signals.targets();
   }
-  const std::vector<pid_t> expected = {tree.grandchild, tree.child, tree.launcher, -tree.launcher};
-  EXPECT_EQ(targets, expected);
-  process_test::reap(tree.launcher);
+  EXPECT_EQ(targets, (std::vector<pid_t>{tree.grandchild, tree.child, tree.launcher, -tree.launcher}));
+  const int status = process_test::reap(tree.launcher);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+  EXPECT_TRUE(process_test::endsWithin(tree.child, 5));
+  EXPECT_TRUE(process_test::endsWithin(tree.grandchild, 5));
 }
 
 TEST(ProcessTree, OrphanedGrandchildIsCaughtThroughTheGroup) {
@@ -145,23 +126,22 @@ TEST(ProcessTree, LauncherOutsideItsOwnGroupGetsNoGroupSignal) {
   EXPECT_TRUE(process_test::endsWithin(tree.grandchild, 5));
 }
 
-TEST(ProcessTree, ProcessThatIsNotRunningIsFalse) {
+TEST(ProcessTree, ReapedOrZombieProcessIsFalse) {
   const pid_t pid = ::fork();
   if (pid == 0) ::_exit(0);
   ASSERT_GT(pid, 1);
   process_test::reap(pid);  // gone for good: the id names nothing now
-  RecordedSignals signals(false);
-  EXPECT_FALSE(killProcessTree(pid));
-  for (pid_t target : signals.targets()) EXPECT_EQ(target, pid) << "only the dead id itself";
-}
-
-TEST(ProcessTree, ZombieIsNotTerminatedAgain) {
-  const pid_t pid = ::fork();
-  if (pid == 0) ::_exit(0);
-  ASSERT_GT(pid, 1);
-  ASSERT_TRUE(process_test::endsWithin(pid, 5));  // ended, not yet reaped
-  EXPECT_FALSE(killProcessTree(pid));
-  const int status = process_test::reap(pid);
+  {
+    RecordedSignals signals(false);
+    EXPECT_FALSE(killProcessTree(pid));
+    for (pid_t target : signals.targets()) EXPECT_EQ(target, pid) << "only the dead id itself";
+  }
+  const pid_t zombie = ::fork();
+  if (zombie == 0) ::_exit(0);
+  ASSERT_GT(zombie, 1);
+  ASSERT_TRUE(process_test::endsWithin(zombie, 5));  // ended, not yet reaped
+  EXPECT_FALSE(killProcessTree(zombie));
+  const int status = process_test::reap(zombie);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "it ended by itself";
 }
 
@@ -190,6 +170,6 @@ TEST(ProcessTree, ManagerKillForwardsToTheTreeKill) {
 }
 
 }  // namespace
-}  // namespace jobs_test
+}  // namespace mt
 
 #endif  // _WIN32

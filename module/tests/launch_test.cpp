@@ -15,41 +15,34 @@
 
 #include "platform/platform.h"
 #include "process_test_support.h"
-#include "run_test_support.h"
+#include "module_test_support.h"
 
-namespace run_test {
+namespace mt {
 namespace {
 
 namespace platform = genostat::platform;
 
 // ---- the platform's process calls ------------------------------------------------------------
 
-TEST(StartProcess, ExitCodeAndSignalDeath) {
+TEST(StartProcess, ExitCodeSignalDeathAndProgramsThatCannotRun) {
+  ScratchFolder dir;
+  const std::string notExecutable = dir.write("plain", "#!/bin/sh\nexit 0\n");
   struct Case {
-    const char* script;
+    std::string program, argument;
     int code;
   };
-  for (const Case& c : {Case{"exit 0", 0}, Case{"exit 7", 7}, Case{"exit 255", 255},
-                        Case{"kill -TERM $$", 128 + SIGTERM}, Case{"kill -KILL $$", 128 + SIGKILL}}) {
-    const int pid = platform::startProcess("/bin/sh", {"-c", c.script});
-    ASSERT_GT(pid, 1) << c.script;
-    EXPECT_EQ(platform::waitForExitKeepingId(pid), c.code) << c.script;
+  const Case cases[] = {{"/bin/sh", "exit 0", 0}, {"/bin/sh", "exit 7", 7}, {"/bin/sh", "exit 255", 255},
+                        {"/bin/sh", "kill -TERM $$", 128 + SIGTERM}, {"/bin/sh", "kill -KILL $$", 128 + SIGKILL},
+                        {dir.file("missing"), "x", 127}, {notExecutable, "x", 127}, {dir.path(), "x", 127}};
+  for (const Case& c : cases) {
+    const int pid = platform::startProcess(c.program, {"-c", c.argument});
+    ASSERT_GT(pid, 1) << c.program << " " << c.argument;
+    EXPECT_EQ(platform::waitForExitKeepingId(pid), c.code) << c.program << " " << c.argument;
     platform::reapProcess(pid);
   }
 }
 
-TEST(StartProcess, ProgramThatCannotRunEndsWith127) {
-  entry_test::ScratchFolder dir;
-  const std::string notExecutable = dir.write("plain", "#!/bin/sh\nexit 0\n");
-  for (const std::string& program : {dir.file("missing"), notExecutable, dir.path()}) {
-    const int pid = platform::startProcess(program, {"x"});
-    ASSERT_GT(pid, 1) << program;
-    EXPECT_EQ(platform::waitForExitKeepingId(pid), 127) << program;
-    platform::reapProcess(pid);
-  }
-}
-
-TEST(StartProcess, EndedChildKeepsItsIdUntilReaped) {
+TEST(StartProcess, EndedChildKeepsItsIdUntilReapedOtherIdsAreRefused) {
   const int pid = platform::startProcess("/bin/sh", {"-c", "exit 3"});
   ASSERT_GT(pid, 1);
   ASSERT_EQ(platform::waitForExitKeepingId(pid), 3);
@@ -58,13 +51,7 @@ TEST(StartProcess, EndedChildKeepsItsIdUntilReaped) {
   EXPECT_EQ(platform::waitForExitKeepingId(pid), 3);
   platform::reapProcess(pid);
   EXPECT_TRUE(eventually([&] { return !std::filesystem::exists("/proc/" + std::to_string(pid)); }, 2.0));
-  EXPECT_EQ(platform::waitForExitKeepingId(pid), -1) << "reaped: no longer our child";
-}
-
-TEST(StartProcess, NotAChildIsRefused) {
-  EXPECT_EQ(platform::waitForExitKeepingId(-1), -1);
-  EXPECT_EQ(platform::waitForExitKeepingId(0), -1);
-  EXPECT_EQ(platform::waitForExitKeepingId(1), -1);
+  for (int other : {pid, -1, 0, 1}) EXPECT_EQ(platform::waitForExitKeepingId(other), -1) << other;
   platform::reapProcess(-1);  // nothing to release, nothing happens
   platform::reapProcess(0);
 }
@@ -80,7 +67,7 @@ TEST(StartProcess, ChildLeadsItsOwnGroupAndGetsNoOtherDescriptor) {
   ::close(fds[1]);
   ASSERT_GT(pid, 1);
   const std::string proc = "/proc/" + std::to_string(pid);
-  ASSERT_TRUE(eventually([&] { return entry_test::readAll(proc + "/comm") == "sleep\n"; }));
+  ASSERT_TRUE(eventually([&] { return readAll(proc + "/comm") == "sleep\n"; }));
 
   EXPECT_EQ(::getpgid(pid), pid);
   std::vector<std::string> open;
@@ -101,11 +88,10 @@ class LaunchTest : public RunTest {
  protected:
   // Runs one job that echoes what it received, and returns the stand-in's report.
   rapidjson::Document echo(GenoJobSettings* settings) {
-    submitted_.push_back(settings->jobName);
-    manager_->addJobToQueue(settings);
+    queue(settings);
     rapidjson::Document report;
     if (!client_.waitForEnds(1)) return report;
-    report.Parse(entry_test::readAll(scratch_.file("echo.json")).c_str());
+    report.Parse(readAll(scratch_.file("echo.json")).c_str());
     return report;
   }
   std::string echoPlan() { return plan(R"({"echo":")" + scratch_.file("echo.json") + R"(","rows":1})"); }
@@ -154,9 +140,8 @@ TEST_F(LaunchTest, ScriptOutsideTheScriptsFolderIsTheFallback) {
 }
 
 TEST_F(LaunchTest, ProcessIdIsKeptWhileRunningAndForgottenOnceEnded) {
-  const std::string ready = scratch_.file("ready");
-  submit("watched", R"({"ready":")" + ready + R"(","sleep":0.3,"rows":1})");
-  ASSERT_TRUE(eventually([&] { return entry_test::exists(ready); }));
+  submit("watched", R"({"ready":")" + scratch_.file("ready") + R"(","sleep":0.3,"rows":1})");
+  ASSERT_TRUE(ready());
   const int32_t pid = Peer::processId(*manager_);
   EXPECT_GT(pid, 1);
   EXPECT_TRUE(genostat::platform::posix::processAlive(pid));
@@ -211,6 +196,6 @@ TEST_F(LaunchTest, NullRecordIsRefused) {
 }
 
 }  // namespace
-}  // namespace run_test
+}  // namespace mt
 
 #endif  // _WIN32

@@ -10,12 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "entry_test_support.h"
 #include "host/procedure.h"
 #include "host/strings.h"
-#include "jobs/GenoStatAlgoManager.h"
-#include "zorvhost/client.h"
-#include "zorvhost/output.h"
+#include "module_test_support.h"
 
 // ---- failing nothrow allocations on demand ------------------------------------------------------
 //
@@ -72,10 +69,9 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 
 // ---- tests ----------------------------------------------------------------------------------------
 
+namespace mt {
 namespace {
 
-using Peer = GenoStatAlgoManagerTestPeer;
-using Texts = std::vector<std::string>;
 using zorvhost::OutputTable;
 
 // The shape every table of /PRINT has, whatever it holds.
@@ -118,30 +114,13 @@ void expectDetails(const OutputTable& table, const std::string& message, const s
 
 class OutputTablesTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    zorvhost::takeCommandErrors();
-    zorvhost::setOutputHandler([this](const OutputTable& table) { tables_.push_back(table); });
-  }
-  void TearDown() override {
-    zorvhost::setOutputHandler(nullptr);
-    zorvhost::setLanguage("en");
-  }
+  void SetUp() override { zorvhost::takeCommandErrors(); }
+  void TearDown() override { zorvhost::setLanguage("en"); }
 
-  // Runs one command through the entry, as the host does; returns the tables it showed. The
-  // command must report no error.
-  std::vector<OutputTable> run(const std::string& command) {
-    tables_.clear();
-    zorvhost::setCommandText(command);
-    GENOSTAT();
-    std::vector<std::string> errors;
-    for (const auto& e : zorvhost::takeCommandErrors()) errors.push_back(e.text);
-    EXPECT_EQ(errors, Texts{}) << command;
-    return tables_;
-  }
   // The Details table's message for a /PRINT of job `name` with `code` (and a sample count of 1).
   std::string message(const std::string& name, int code) {
-    const auto tables = run("GENOSTAT /JOB FILE='' NAME='" + name + "' /PRINT SAMPLE_COUNT=1 MESSAGE=" +
-                            std::to_string(code) + ".");
+    const auto tables = runTables("GENOSTAT /JOB FILE='' NAME='" + name + "' /PRINT SAMPLE_COUNT=1 MESSAGE=" +
+                                  std::to_string(code) + ".");
     if (tables.size() != 2 || tables[1].cells.empty() || tables[1].cells[0].size() != 1) {
       ADD_FAILURE() << "no Details table for code " << code;
       return {};
@@ -151,14 +130,16 @@ class OutputTablesTest : public ::testing::Test {
   // Runs postOutputToDisplay directly on a record holding these values.
   std::vector<OutputTable> show(int32_t samples, int32_t variables, int32_t code, const std::string& name,
                                 BpProcedure* procedure) {
-    tables_.clear();
+    std::vector<OutputTable> tables;
+    zorvhost::setOutputHandler([&tables](const OutputTable& table) { tables.push_back(table); });
     GenoJobSettings record;
     record.sampleCount = samples;
     record.variableCount = variables;
     record.messageCode = code;
     record.jobName = name;
     manager().postOutputToDisplay(&record, procedure);
-    return tables_;
+    zorvhost::setOutputHandler(nullptr);
+    return tables;
   }
   GenoStatAlgoManager& manager() { return instance_.manager(); }
   // The texts still kept for `name` and `code`, oldest first (taking them empties the store).
@@ -169,16 +150,15 @@ class OutputTablesTest : public ::testing::Test {
     return out;
   }
 
-  std::vector<OutputTable> tables_;
-  entry_test::Client client_;
-  entry_test::ManagerScope instance_;
+  Client client_;
+  ManagerScope instance_;
 };
 
 // ---- the two tables ------------------------------------------------------------------------------
 
 TEST_F(OutputTablesTest, PrintShowsSummaryThenDetailsAndNothingElse) {
   const auto tables =
-      run("GENOSTAT /JOB FILE='' NAME='x' ADAPTERS=NONE /PRINT SAMPLE_COUNT=3 VARIABLE_COUNT=25 MESSAGE=100.");
+      runTables("GENOSTAT /JOB FILE='' NAME='x' ADAPTERS=NONE /PRINT SAMPLE_COUNT=3 VARIABLE_COUNT=25 MESSAGE=100.");
   ASSERT_EQ(tables.size(), 2u);
   expectSummary(tables[0], "3", "25");
   expectDetails(tables[1], "Valid:3 fastQ file(s) detected.", "x");
@@ -188,31 +168,27 @@ TEST_F(OutputTablesTest, PrintShowsSummaryThenDetailsAndNothingElse) {
 }
 
 TEST_F(OutputTablesTest, CountsAsPlainDecimalsAndTheDatasetOnlyWithSamples) {
-  auto tables = run("GENOSTAT /JOB FILE='' NAME='neg' /PRINT SAMPLE_COUNT=-1 VARIABLE_COUNT=-27 MESSAGE=100.");
-  ASSERT_EQ(tables.size(), 2u);
-  expectSummary(tables[0], "-1", "-27");
-  expectDetails(tables[1], "Valid:-1 fastQ file(s) detected.", "None");
-
-  tables = run("GENOSTAT /JOB FILE='' NAME='zero' /PRINT SAMPLE_COUNT=0 VARIABLE_COUNT=0 MESSAGE=100.");
-  ASSERT_EQ(tables.size(), 2u);
-  expectSummary(tables[0], "0", "0");
-  expectDetails(tables[1], "Valid:0 fastQ file(s) detected.", "None");
-
+  struct Case {
+    int32_t samples, variables;
+    const char* name;
+    const char* dataset;
+  };
   // One sample is enough for the dataset to carry the job's name, as written in the command.
-  tables = run("GENOSTAT /JOB FILE='' NAME='a_b c' /PRINT SAMPLE_COUNT=1 VARIABLE_COUNT=1000000 MESSAGE=100.");
-  ASSERT_EQ(tables.size(), 2u);
-  expectSummary(tables[0], "1", "1000000");
-  expectDetails(tables[1], "Valid:1 fastQ file(s) detected.", "a_b c");
-
-  // The extremes of a 32-bit count.
-  tables = show(INT32_MIN, INT32_MAX, 100, "big", nullptr);
-  ASSERT_EQ(tables.size(), 2u);
-  expectSummary(tables[0], "-2147483648", "2147483647");
-  expectDetails(tables[1], "Valid:-2147483648 fastQ file(s) detected.", "None");
+  for (const Case& c : {Case{-1, -27, "neg", "None"}, Case{0, 0, "zero", "None"}, Case{1, 1000000, "a_b c", "a_b c"},
+                        Case{INT32_MIN, INT32_MAX, "big", "None"}}) {
+    const std::string samples = std::to_string(c.samples);
+    const auto tables = c.samples == INT32_MIN
+                            ? show(c.samples, c.variables, 100, c.name, nullptr)
+                            : runTables("GENOSTAT /JOB FILE='' NAME='" + std::string(c.name) + "' /PRINT SAMPLE_COUNT=" +
+                                        samples + " VARIABLE_COUNT=" + std::to_string(c.variables) + " MESSAGE=100.");
+    ASSERT_EQ(tables.size(), 2u) << c.name;
+    expectSummary(tables[0], samples, std::to_string(c.variables));
+    expectDetails(tables[1], "Valid:" + samples + " fastQ file(s) detected.", c.dataset);
+  }
 }
 
 TEST_F(OutputTablesTest, WithoutAJobNameThePrintStillShowsBothTables) {
-  const auto tables = run("GENOSTAT /PRINT.");
+  const auto tables = runTables("GENOSTAT /PRINT.");
   ASSERT_EQ(tables.size(), 2u);
   expectSummary(tables[0], "0", "0");
   // Code 0 is no outcome of a job run: 0 - 200 is a negative exit code, which reads as unknown.
@@ -221,10 +197,13 @@ TEST_F(OutputTablesTest, WithoutAJobNameThePrintStillShowsBothTables) {
 
 TEST_F(OutputTablesTest, NullRecordShowsNothingAndNullProcedureStillShows) {
   BpProcedure procedure("GENOSTAT", 10);
+  std::vector<OutputTable> tables;
+  zorvhost::setOutputHandler([&tables](const OutputTable& table) { tables.push_back(table); });
   manager().postOutputToDisplay(nullptr, &procedure);
-  EXPECT_TRUE(tables_.empty());
+  zorvhost::setOutputHandler(nullptr);
+  EXPECT_TRUE(tables.empty());
 
-  const auto tables = show(2, 5, 101, "p", nullptr);
+  tables = show(2, 5, 101, "p", nullptr);
   ASSERT_EQ(tables.size(), 2u);
   expectSummary(tables[0], "2", "5");
   expectDetails(tables[1], "Error:Generic Error.", "p");
@@ -254,46 +233,36 @@ TEST_F(OutputTablesTest, MessageCodeAtTheBottomOfTheRangeReadsUnknown) {
   expectDetails(tables[1], "Unknown error occurred", "None");
 }
 
-TEST_F(OutputTablesTest, KeptFailureTextIsShownOnceThenTheTemplate) {
+TEST_F(OutputTablesTest, KeptFailureTextsAreShownOnceOldestFirstThenTheTemplate) {
   Peer::storeFailureMessage(manager(), "x", 202, "File not found:/data/in.fq");
-  const auto tables = run("GENOSTAT /JOB FILE='' NAME='x' /PRINT SAMPLE_COUNT=0 VARIABLE_COUNT=0 MESSAGE=202.");
+  Peer::storeFailureMessage(manager(), "x", 202, "File not found:/second");
+  const auto tables = runTables("GENOSTAT /JOB FILE='' NAME='x' /PRINT SAMPLE_COUNT=0 VARIABLE_COUNT=0 MESSAGE=202.");
   ASSERT_EQ(tables.size(), 2u);
   expectSummary(tables[0], "0", "0");
   expectDetails(tables[1], "File not found:/data/in.fq", "None");
-
-  // Used once and forgotten: the next /PRINT of the same job and code shows the raw template.
+  EXPECT_EQ(message("x", 202), "File not found:/second");
   EXPECT_EQ(message("x", 202), "File not found:{{FILE_PATH}}");
   EXPECT_EQ(kept("x", 202), Texts{});
 }
 
-TEST_F(OutputTablesTest, KeptTextsComeOutOldestFirst) {
-  Peer::storeFailureMessage(manager(), "x", 208, "No FASTQ files found to process in/first");
-  Peer::storeFailureMessage(manager(), "x", 208, "No FASTQ files found to process in/second");
-  EXPECT_EQ(message("x", 208), "No FASTQ files found to process in/first");
-  EXPECT_EQ(message("x", 208), "No FASTQ files found to process in/second");
-  EXPECT_EQ(message("x", 208), "No FASTQ files found to process in{{FOLDER_PATH}}");
-}
-
-TEST_F(OutputTablesTest, KeptTextBelongsToOneExactNameAndCode) {
+TEST_F(OutputTablesTest, KeptTextBelongsToOneExactNameAndFailureCode) {
   Peer::storeFailureMessage(manager(), "x", 203, "other code");
   Peer::storeFailureMessage(manager(), "X", 202, "other case");
   Peer::storeFailureMessage(manager(), "x_", 202, "longer name");
   Peer::storeFailureMessage(manager(), "my_run", 202, "underscored name");
+  Peer::storeFailureMessage(manager(), "x", 100, "kept for 100");
+  Peer::storeFailureMessage(manager(), "x", 101, "kept for 101");
   EXPECT_EQ(message("x", 202), "File not found:{{FILE_PATH}}");
   // The name is the one the /PRINT command carries; blanks are not turned into '_' on the way back.
   EXPECT_EQ(message("my run", 202), "File not found:{{FILE_PATH}}");
   EXPECT_EQ(message("my_run", 202), "underscored name");
+  // Result codes never take a kept text.
+  EXPECT_EQ(message("x", 100), "Valid:1 fastQ file(s) detected.");
+  EXPECT_EQ(message("x", 101), "Error:Generic Error.");
   // The others are untouched.
   EXPECT_EQ(kept("x", 203), Texts{"other code"});
   EXPECT_EQ(kept("X", 202), Texts{"other case"});
   EXPECT_EQ(kept("x_", 202), Texts{"longer name"});
-}
-
-TEST_F(OutputTablesTest, ResultCodesNeverTakeAKeptText) {
-  Peer::storeFailureMessage(manager(), "x", 100, "kept for 100");
-  Peer::storeFailureMessage(manager(), "x", 101, "kept for 101");
-  EXPECT_EQ(message("x", 100), "Valid:1 fastQ file(s) detected.");
-  EXPECT_EQ(message("x", 101), "Error:Generic Error.");
   EXPECT_EQ(kept("x", 100), Texts{"kept for 100"});
   EXPECT_EQ(kept("x", 101), Texts{"kept for 101"});
 }
@@ -310,11 +279,11 @@ TEST_F(OutputTablesTest, FailureSyntaxOfAJobPrintsItsKeptText) {
   ASSERT_NE(syntax.find("bad_job"), std::string::npos) << syntax;
   Peer::storeFailureMessage(manager(), "bad_job", 202, "File not found:/in/a.fq");
 
-  auto tables = run(syntax);
+  auto tables = runTables(syntax);
   ASSERT_EQ(tables.size(), 2u);
   expectSummary(tables[0], "0", "0");
   expectDetails(tables[1], "File not found:/in/a.fq", "None");
-  tables = run(syntax);
+  tables = runTables(syntax);
   ASSERT_EQ(tables.size(), 2u);
   expectDetails(tables[1], "File not found:{{FILE_PATH}}", "None");
 }
@@ -360,16 +329,16 @@ class LocalisedOutputTest : public OutputTablesTest {
     return l;
   }
 
-  entry_test::ScratchFolder folder_;
+  ScratchFolder folder_;
 };
 
 TEST_F(LocalisedOutputTest, LabelsAndMessagesComeFromTheStringTable) {
-  auto tables = run("GENOSTAT /JOB FILE='' NAME='x' ADAPTERS=NONE /PRINT SAMPLE_COUNT=3 VARIABLE_COUNT=25 MESSAGE=100.");
+  auto tables = runTables("GENOSTAT /JOB FILE='' NAME='x' ADAPTERS=NONE /PRINT SAMPLE_COUNT=3 VARIABLE_COUNT=25 MESSAGE=100.");
   ASSERT_EQ(tables.size(), 2u);
   expectSummary(tables[0], "3", "25", german());
   expectDetails(tables[1], "Gültig: 3 FASTQ-Datei(en) erkannt.", "x", german());
 
-  tables = run("GENOSTAT /JOB FILE='' NAME='x' /PRINT SAMPLE_COUNT=0 MESSAGE=202.");
+  tables = runTables("GENOSTAT /JOB FILE='' NAME='x' /PRINT SAMPLE_COUNT=0 MESSAGE=202.");
   ASSERT_EQ(tables.size(), 2u);
   expectDetails(tables[1], "Datei nicht gefunden: {{FILE_PATH}}", "Keiner", german());
 
@@ -390,7 +359,7 @@ TEST_F(LocalisedOutputTest, TheFinishedMessageIsLookedUpOnceMore) {
 
 TEST_F(LocalisedOutputTest, WithoutATableTheLabelsAreTheEnglishKeys) {
   delete Peer::setStringTable(manager(), nullptr);
-  const auto tables = run("GENOSTAT /JOB FILE='' NAME='x' /PRINT SAMPLE_COUNT=0 VARIABLE_COUNT=2 MESSAGE=101.");
+  const auto tables = runTables("GENOSTAT /JOB FILE='' NAME='x' /PRINT SAMPLE_COUNT=0 VARIABLE_COUNT=2 MESSAGE=101.");
   ASSERT_EQ(tables.size(), 2u);
   expectSummary(tables[0], "0", "2");
   expectDetails(tables[1], "Error:Generic Error.", "None");
@@ -441,3 +410,4 @@ TEST_F(OutputTablesTest, NoMemoryForAnyTableShowsNothingButStillUsesTheKeptText)
 }
 
 }  // namespace
+}  // namespace mt

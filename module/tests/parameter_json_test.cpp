@@ -5,12 +5,10 @@
 
 #include <string>
 
-#include "jobs_test_support.h"
+#include "module_test_support.h"
 
-namespace jobs_test {
+namespace mt {
 namespace {
-
-using Peer = GenoStatAlgoManagerTestPeer;
 
 TEST(ParameterJson, FilesWithIlluminaAdapter) {
   GenoJobSettings job;
@@ -34,18 +32,14 @@ TEST(ParameterJson, CustomAdapterWithWindowsPaths) {
             "\"files\":[\"C:\\\\runs\\\\s1.fastq\",\"C:\\\\runs\\\\s2.fastq\"]}]}");
 }
 
-TEST(ParameterJson, FolderOnlyWhenThereAreNoFiles) {
+TEST(ParameterJson, FolderOnlyWhenThereAreNoFilesEvenAnEmptyOne) {
   GenoJobSettings job;
+  EXPECT_EQ(Peer::generateParameterJSON(&job),
+            "{\"fastq_data\":[{\"adapter\":\"NONE\",\"custom_sequence\":\"\",\"CSV_Path\":\"\",\"folder\":\"\"}]}");
   job.fastqFolder = "D:\\in";
   EXPECT_EQ(Peer::generateParameterJSON(&job),
             "{\"fastq_data\":[{\"adapter\":\"NONE\",\"custom_sequence\":\"\",\"CSV_Path\":\"\","
             "\"folder\":\"D:\\\\in\"}]}");
-}
-
-TEST(ParameterJson, EmptyFolderIsStillWritten) {
-  GenoJobSettings job;
-  EXPECT_EQ(Peer::generateParameterJSON(&job),
-            "{\"fastq_data\":[{\"adapter\":\"NONE\",\"custom_sequence\":\"\",\"CSV_Path\":\"\",\"folder\":\"\"}]}");
 }
 
 TEST(ParameterJson, EveryAdapterTextAndUnknownValues) {
@@ -92,17 +86,13 @@ TEST(ParameterJson, OutputIsReplacedAndNullRecordLeavesItAlone) {
   EXPECT_EQ(out.find("old contents"), std::string::npos);
 }
 
-TEST(Base64, KnownVectors) {
-  EXPECT_EQ(Peer::base64_encode(""), "");
-  EXPECT_EQ(Peer::base64_encode("f"), "Zg==");
-  EXPECT_EQ(Peer::base64_encode("fo"), "Zm8=");
-  EXPECT_EQ(Peer::base64_encode("foo"), "Zm9v");
-  EXPECT_EQ(Peer::base64_encode("foob"), "Zm9vYg==");
-  EXPECT_EQ(Peer::base64_encode("fooba"), "Zm9vYmE=");
-  EXPECT_EQ(Peer::base64_encode("foobar"), "Zm9vYmFy");
-  EXPECT_EQ(Peer::base64_encode("\xff\xfe"), "//4=");
-  EXPECT_EQ(Peer::base64_encode(std::string("\0\0\0", 3)), "AAAA");
-  EXPECT_EQ(Peer::base64_encode("\xfb\xff"), "+/8=") << "the standard alphabet, not the URL-safe one";
+TEST(Base64, KnownVectorsInTheStandardAlphabet) {
+  const std::pair<std::string, const char*> cases[] = {
+      {"", ""},           {"f", "Zg=="},         {"fo", "Zm8="},      {"foo", "Zm9v"},
+      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"}, {"\xff\xfe", "//4="},
+      {std::string("\0\0\0", 3), "AAAA"}, {"\xfb\xff", "+/8="},  // not the URL-safe alphabet
+  };
+  for (const auto& [bytes, encoded] : cases) EXPECT_EQ(Peer::base64_encode(bytes), encoded) << encoded;
 }
 
 TEST(Base64, LongInputIsOneLineAndRoundTrips) {
@@ -148,4 +138,4 @@ TEST(EscapeJson, QuotesGetABackslashAndNothingElseChanges) {
 }
 
 }  // namespace
-}  // namespace jobs_test
+}  // namespace mt

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "run_test_support.h"
+#include "module_test_support.h"
 
-namespace run_test {
+namespace mt {
 namespace {
 
 class WorkerTest : public RunTest {};
@@ -29,7 +29,7 @@ TEST_F(WorkerTest, JobsRunOneAtATimeInSubmissionOrder) {
     submit(tag, R"({"log":")" + log + R"(","tag":")" + tag + R"(","sleep":0.05})");
   }
   ASSERT_TRUE(client_.waitForEnds(3));
-  EXPECT_EQ(entry_test::readAll(log), "A+A-B+B-C+C-");
+  EXPECT_EQ(readAll(log), "A+A-B+B-C+C-");
 
   // Each job: queued (not started), started, ended; the ends in submission order.
   for (const char* tag : {"A", "B", "C"}) {
@@ -50,10 +50,10 @@ TEST_F(WorkerTest, JobsRunOneAtATimeInSubmissionOrder) {
 TEST_F(WorkerTest, CommandToClientMessagesAndPostJobSyntax) {
   zorvhost::setMetadataJson(R"({"job_metadata":{"workbook_id":"4","paragraph_id":"11"}})");
   const std::string planFile = plan(R"({"rows":3})");
-  EXPECT_EQ(command("GENOSTAT /JOB FILE='" + planFile + "' NAME='my run' /DESCRIPTIVES VARIABLES=GC."),
+  EXPECT_EQ(runCommand("GENOSTAT /JOB FILE='" + planFile + "' NAME='my run' /DESCRIPTIVES VARIABLES=GC."),
             std::vector<std::string>{});
   zorvhost::setMetadataJson("");
-  submitted_.push_back("my run");
+  submitted_.push_back("my run");  // for the clean-up of a failed test
   ASSERT_TRUE(client_.waitForEnds(1));
 
   const Recorded end = client_.ends()[0];
@@ -61,7 +61,7 @@ TEST_F(WorkerTest, CommandToClientMessagesAndPostJobSyntax) {
   EXPECT_EQ(end.workbookId, 4);
   EXPECT_EQ(end.paragraphId, 11);
   const std::string csv = end.csvFilePath;
-  ASSERT_TRUE(entry_test::exists(csv)) << "kept for the import and the /DELETE";
+  ASSERT_TRUE(exists(csv)) << "kept for the import and the /DELETE";
   const std::string& syntax = end.message;
   // 3 rows; 27 columns less the sample name and the adapter; results produced.
   EXPECT_NE(syntax.find("NAME='my_run'"), std::string::npos) << syntax;
@@ -75,14 +75,13 @@ TEST_F(WorkerTest, CommandToClientMessagesAndPostJobSyntax) {
   // The client runs the last command of that syntax; the module removes the CSV.
   const std::string deleteCommand = syntax.substr(syntax.rfind("GENOSTAT"));
   EXPECT_NE(deleteCommand.find("/DELETE FILE='" + csv + "'."), std::string::npos) << deleteCommand;
-  EXPECT_EQ(command(deleteCommand), std::vector<std::string>{});
-  EXPECT_FALSE(entry_test::exists(csv));
+  EXPECT_EQ(runCommand(deleteCommand), std::vector<std::string>{});
+  EXPECT_FALSE(exists(csv));
 }
 
 TEST_F(WorkerTest, JobCancelledWhileQueuedIsDroppedAndTheNextStarts) {
-  const std::string ready = scratch_.file("ready");
-  submit("running", R"({"ready":")" + ready + R"(","sleep":30})");
-  ASSERT_TRUE(eventually([&] { return entry_test::exists(ready); }));
+  submit("running", hangingPlan());
+  ASSERT_TRUE(ready());
   submit("dropped", R"({"rows":1})");
   submit("next", R"({"rows":1})");
   ASSERT_TRUE(manager_->cancelJob("dropped"));
@@ -104,9 +103,8 @@ TEST_F(WorkerTest, JobCancelledWhileQueuedIsDroppedAndTheNextStarts) {
 }
 
 TEST_F(WorkerTest, CancellingTheRunningJobEndsItOnceAndAtOnce) {
-  const std::string ready = scratch_.file("ready");
-  submit("live", R"({"rows":2,"ready":")" + ready + R"(","sleep":30})");
-  ASSERT_TRUE(eventually([&] { return entry_test::exists(ready); }));
+  submit("live", hangingPlan(R"(,"rows":2)"));
+  ASSERT_TRUE(ready());
   const int32_t pid = Peer::processId(*manager_);
   ASSERT_GT(pid, 1);
   ASSERT_EQ(tempFiles().size(), 1u) << "the stand-in wrote its CSV before hanging";
@@ -127,17 +125,16 @@ TEST_F(WorkerTest, CancellingTheRunningJobEndsItOnceAndAtOnce) {
 }
 
 TEST_F(WorkerTest, ShutdownLetsTheRunningJobFinishAndStartsNoQueuedJob) {
-  const std::string ready = scratch_.file("ready");
-  submit("finishing", R"({"rows":1,"ready":")" + ready + R"(","sleep":0.3})");
-  ASSERT_TRUE(eventually([&] { return entry_test::exists(ready); }));
+  submit("finishing", R"({"rows":1,"ready":")" + scratch_.file("ready") + R"(","sleep":0.3})");
+  ASSERT_TRUE(ready());
   GenoJobSettings* waiting = job("waiting", plan(R"({"rows":1})"));
   manager_->addJobToQueue(waiting);
-  jobs_test::freewatch::watch(waiting);
+  freewatch::watch(waiting);
 
   manager_.reset();
 
-  EXPECT_TRUE(jobs_test::freewatch::freed(waiting));
-  jobs_test::freewatch::forget();
+  EXPECT_TRUE(freewatch::freed(waiting));
+  freewatch::forget();
   const std::vector<Recorded> ends = client_.ends();
   ASSERT_EQ(ends.size(), 1u);
   EXPECT_EQ(ends[0].jobName, "finishing");
@@ -153,6 +150,6 @@ TEST_F(WorkerTest, NullRecordInTheQueueIsSkipped) {
 }
 
 }  // namespace
-}  // namespace run_test
+}  // namespace mt
 
 #endif  // _WIN32
