@@ -50,54 +50,47 @@ class ErrorDetailsTest : public ErrorTemplatesTest {
   ScratchFolder dir_;
 };
 
-TEST_F(ErrorDetailsTest, ReadsPrintsAndRemovesTheFileBesideTheResult) {
-  const std::string details = dir_.write("1731721138.error", R"({"FILE_PATH":"/data/x.fq","N":3})");
-  testing::internal::CaptureStdout();
-  rapidjson::Document doc = Peer::readErrorDetails(*manager_, dir_.file("1731721138.csv"));
-  const std::string printed = testing::internal::GetCapturedStdout();
-  ASSERT_TRUE(doc.IsObject());
-  EXPECT_STREQ(doc["FILE_PATH"].GetString(), "/data/x.fq");
-  EXPECT_EQ(printed, std::string("\n  file :") + R"({"FILE_PATH":"/data/x.fq","N":3})");
-  EXPECT_FALSE(exists(details));
-  EXPECT_EQ(Peer::replacePlaceholders(tpl(2), doc), "File not found:/data/x.fq");
-}
-
-TEST_F(ErrorDetailsTest, MissingFileGivesAnEmptyDocumentAndANote) {
-  testing::internal::CaptureStdout();
-  rapidjson::Document doc = Peer::readErrorDetails(*manager_, dir_.file("none.csv"));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n Error file not found");
-  EXPECT_FALSE(doc.IsObject());
-  EXPECT_EQ(Peer::replacePlaceholders(tpl(1), doc), "General error:{{ERROR_MESSAGE}}");
-}
-
-TEST_F(ErrorDetailsTest, NameIsCutAtTheLastDotOfTheWholePath) {
+TEST_F(ErrorDetailsTest, FileBesideTheResultIsReadPrintedAndRemovedWhateverItHolds) {
   std::filesystem::create_directory(dir_.file("run.2"));
-  const std::string details = dir_.write("run.error", R"({"ERROR_MESSAGE":"boom"})");
-  testing::internal::CaptureStdout();
-  rapidjson::Document doc = Peer::readErrorDetails(*manager_, dir_.file("run.2/out"));
-  testing::internal::GetCapturedStdout();
-  EXPECT_EQ(Peer::replacePlaceholders(tpl(1), doc), "General error:boom");
-  EXPECT_FALSE(exists(details));
-}
-
-TEST_F(ErrorDetailsTest, PathWithoutDotGetsTheSuffixAppended) {
-  // The scratch folder's own name holds no dot; a temporary folder with one would cut there.
-  if (dir_.path().find('.') != std::string::npos) GTEST_SKIP() << "temporary folder has a dot: " << dir_.path();
-  const std::string details = dir_.write("result.error", R"({"OUTPUT_PATH":"o"})");
-  testing::internal::CaptureStdout();
-  rapidjson::Document doc = Peer::readErrorDetails(*manager_, dir_.file("result"));
-  testing::internal::GetCapturedStdout();
-  EXPECT_EQ(Peer::replacePlaceholders(tpl(9), doc), "Error writing output too");
-  EXPECT_FALSE(exists(details));
-}
-
-TEST_F(ErrorDetailsTest, MalformedFileIsStillConsumed) {
-  const std::string details = dir_.write("bad.error", "{not json");
-  testing::internal::CaptureStdout();
-  rapidjson::Document doc = Peer::readErrorDetails(*manager_, dir_.file("bad.csv"));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n  file :{not json");
-  EXPECT_FALSE(doc.IsObject());
-  EXPECT_FALSE(exists(details));
+  struct Case {
+    const char* detailsFile;  // written beside the result, or null for none
+    const char* content;
+    const char* result;       // the result path the details are looked up for
+    int32_t exitCode;         // whose template the details fill
+    const char* filled;
+    const char* printed;      // null: not checked
+  };
+  const Case cases[] = {
+      {"1731721138.error", R"({"FILE_PATH":"/data/x.fq","N":3})", "1731721138.csv", 2, "File not found:/data/x.fq",
+       "\n  file :{\"FILE_PATH\":\"/data/x.fq\",\"N\":3}"},
+      {nullptr, "", "none.csv", 1, "General error:{{ERROR_MESSAGE}}", "\n Error file not found"},
+      {"bad.error", "{not json", "bad.csv", 1, "General error:{{ERROR_MESSAGE}}", "\n  file :{not json"},
+      // The name is cut at the last dot of the whole path, even one in a folder's name.
+      {"run.error", R"({"ERROR_MESSAGE":"boom"})", "run.2/out", 1, "General error:boom", nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.result);
+    const std::string details = c.detailsFile != nullptr ? dir_.write(c.detailsFile, c.content) : "";
+    testing::internal::CaptureStdout();
+    const rapidjson::Document doc = Peer::readErrorDetails(*manager_, dir_.file(c.result));
+    const std::string printed = testing::internal::GetCapturedStdout();
+    if (c.printed != nullptr) {
+      EXPECT_EQ(printed, c.printed);
+    }
+    EXPECT_EQ(Peer::replacePlaceholders(tpl(c.exitCode), doc), c.filled);
+    if (!details.empty()) {
+      EXPECT_FALSE(exists(details)) << "consumed, whatever it held";
+    }
+  }
+  // A result path without a dot gets the suffix appended (the scratch folder's name has none).
+  if (dir_.path().find('.') == std::string::npos) {
+    const std::string details = dir_.write("result.error", R"({"OUTPUT_PATH":"o"})");
+    testing::internal::CaptureStdout();
+    const rapidjson::Document doc = Peer::readErrorDetails(*manager_, dir_.file("result"));
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(Peer::replacePlaceholders(tpl(9), doc), "Error writing output too");
+    EXPECT_FALSE(exists(details));
+  }
 }
 
 }  // namespace

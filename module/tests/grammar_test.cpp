@@ -100,24 +100,18 @@ TEST_F(GrammarTest, PrintAndDelete) {
   expectParams(sub(6), {{"FILE", ParamLiteral, false, true, {}}});
 }
 
-TEST(KeywordMappingTest, AdapterTypesAreExact) {
+TEST(KeywordMappingTest, KeywordsAreExactAnythingElseIsTheDefault) {
   using genostat::entry::adapterTypeFromKeyword;
-  EXPECT_EQ(adapterTypeFromKeyword("ILLUMINA"), AdapterType::ILLUMINA);
-  EXPECT_EQ(adapterTypeFromKeyword("NEXTERA"), AdapterType::NEXTERA);
-  EXPECT_EQ(adapterTypeFromKeyword("CUSTOM"), AdapterType::CUSTOM);
-  EXPECT_EQ(adapterTypeFromKeyword("NONE"), AdapterType::NONE);
-  EXPECT_EQ(adapterTypeFromKeyword("illumina"), AdapterType::NONE);
-  EXPECT_EQ(adapterTypeFromKeyword(""), AdapterType::NONE);
-}
-
-TEST(KeywordMappingTest, RegressionMethodsAreExact) {
   using genostat::entry::regressionMethodFromKeyword;
-  EXPECT_EQ(regressionMethodFromKeyword("ENTER"), RegressionMethod::ENTER);
-  EXPECT_EQ(regressionMethodFromKeyword("STEPWISE"), RegressionMethod::STEPWISE);
-  EXPECT_EQ(regressionMethodFromKeyword("BACKWARD"), RegressionMethod::BACKWARD);
-  EXPECT_EQ(regressionMethodFromKeyword("FORWARD"), RegressionMethod::FORWARD);
-  EXPECT_EQ(regressionMethodFromKeyword("Forward"), RegressionMethod::ENTER);
-  EXPECT_EQ(regressionMethodFromKeyword("REMOVE"), RegressionMethod::ENTER);
+  const std::pair<const char*, AdapterType> adapters[] = {
+      {"ILLUMINA", AdapterType::ILLUMINA}, {"NEXTERA", AdapterType::NEXTERA}, {"CUSTOM", AdapterType::CUSTOM},
+      {"NONE", AdapterType::NONE},         {"illumina", AdapterType::NONE},   {"", AdapterType::NONE}};
+  for (const auto& [word, type] : adapters) EXPECT_EQ(adapterTypeFromKeyword(word), type) << word;
+  const std::pair<const char*, RegressionMethod> methods[] = {
+      {"ENTER", RegressionMethod::ENTER},       {"STEPWISE", RegressionMethod::STEPWISE},
+      {"BACKWARD", RegressionMethod::BACKWARD}, {"FORWARD", RegressionMethod::FORWARD},
+      {"Forward", RegressionMethod::ENTER},     {"REMOVE", RegressionMethod::ENTER}};
+  for (const auto& [word, method] : methods) EXPECT_EQ(regressionMethodFromKeyword(word), method) << word;
 }
 
 TEST(KeywordMappingTest, ConfidenceIntervalHasSixDecimals) {

@@ -3,6 +3,7 @@
 // happens when the host cannot allocate a table.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -22,40 +23,24 @@
 // ask for its Nth nothrow request from now on to fail, or for all of them to fail; other threads
 // are never affected.
 namespace output_test::nothrow {
-namespace {
-thread_local long g_countdown = 0;  // > 0: the request that brings it to 0 fails
-thread_local bool g_failAll = false;
-thread_local long g_requests = 0;  // nothrow requests seen on this thread while armed
 thread_local bool g_armed = false;
-}  // namespace
+thread_local long g_failFrom = 0;  // the first failing request (1-based), 0: none fails
+thread_local long g_failTo = 0;    // the last failing one
+thread_local long g_requests = 0;  // nothrow requests seen on this thread while armed
 
-// Counts nothrow requests from now on; the `nth` one (1-based) fails, 0: none fails.
-void failNth(long nth) {
-  g_countdown = nth;
-  g_failAll = false;
-  g_requests = 0;
+// Counts nothrow requests from now on; requests `first` to `last` fail.
+void fail(long first, long last) {
   g_armed = true;
-}
-void failAll() {
-  g_countdown = 0;
-  g_failAll = true;
+  g_failFrom = first;
+  g_failTo = last;
   g_requests = 0;
-  g_armed = true;
 }
 // Stops failing; returns how many nothrow requests were made while armed.
 long disarm() {
   g_armed = false;
-  g_failAll = false;
-  g_countdown = 0;
   return g_requests;
 }
-
-bool shouldFail() {
-  if (!g_armed) return false;
-  ++g_requests;
-  if (g_failAll) return true;
-  return g_countdown > 0 && --g_countdown == 0;
-}
+bool shouldFail() { return g_armed && ++g_requests >= g_failFrom && g_requests <= g_failTo; }
 }  // namespace output_test::nothrow
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
@@ -318,15 +303,7 @@ class LocalisedOutputTest : public OutputTablesTest {
   }
 
   static Labels german() {
-    Labels l;
-    l.summary = "Zusammenfassung";
-    l.count = "Anzahl";
-    l.samples = "Proben";
-    l.variables = "Variablen";
-    l.details = "Einzelheiten";
-    l.message = "Meldung";
-    l.dataset = "Datensatz";
-    return l;
+    return Labels{"Zusammenfassung", "Anzahl", "Proben", "Variablen", "Einzelheiten", "Meldung", "Datensatz"};
   }
 
   ScratchFolder folder_;
@@ -375,7 +352,7 @@ TEST_F(OutputTablesTest, ATableThatCannotBeAllocatedIsLeftOutSilently) {
   // Summary first; failing any one of them loses that table only.
   for (long nth = 1; nth <= 8; ++nth) {
     SCOPED_TRACE("failing nothrow request " + std::to_string(nth));
-    nothrow::failNth(nth);
+    nothrow::fail(nth, nth);
     const auto tables = show(3, 25, 100, "x", &procedure);
     nothrow::disarm();
     ASSERT_EQ(tables.size(), 1u);
@@ -388,7 +365,7 @@ TEST_F(OutputTablesTest, ATableThatCannotBeAllocatedIsLeftOutSilently) {
   EXPECT_TRUE(zorvhost::takeCommandErrors().empty());
 
   // With every request granted both tables show, and exactly those eight requests were made.
-  nothrow::failNth(0);
+  nothrow::fail(0, 0);
   const auto tables = show(3, 25, 100, "x", &procedure);
   EXPECT_EQ(nothrow::disarm(), 8);
   ASSERT_EQ(tables.size(), 2u);
@@ -398,7 +375,7 @@ TEST_F(OutputTablesTest, ATableThatCannotBeAllocatedIsLeftOutSilently) {
 TEST_F(OutputTablesTest, NoMemoryForAnyTableShowsNothingButStillUsesTheKeptText) {
   BpProcedure procedure("GENOSTAT", 10);
   Peer::storeFailureMessage(manager(), "x", 202, "File not found:/in/a.fq");
-  nothrow::failAll();
+  nothrow::fail(1, LONG_MAX);
   const auto tables = show(0, 0, 202, "x", &procedure);
   nothrow::disarm();
   EXPECT_TRUE(tables.empty());

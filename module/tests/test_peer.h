@@ -57,18 +57,12 @@ class GenoStatAlgoManagerTestPeer {
   static int32_t processId(GenoStatAlgoManager& m) { return m.m_processId.load(); }
 
   // ---- texts and messages ----
-  static std::string getLocalizedString(const GenoStatAlgoManager& m, const std::string& key) {
-    return m.getLocalizedString(key);
-  }
   static void sendStartGenomicsJobMessage(GenoStatAlgoManager& m, GenoJobSettings* job, bool started) {
     m.sendStartGenomicsJobMessage(job, started);
   }
   static void sendEndGenomicsJobMessage(GenoStatAlgoManager& m, GenoJobSettings* job,
                                         const std::string& message) {
     m.sendEndGenomicsJobMessage(job, message);
-  }
-  static void generateMessageString(GenoStatAlgoManager& m, GenoJobSettings* settings) {
-    m.generateMessageString(settings);
   }
 
   // ---- paths and file names ----
