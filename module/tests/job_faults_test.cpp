@@ -40,7 +40,7 @@ TEST_F(JobFaultsTest, ResultCsvMissingEmptyOrHeaderOnly) {
   EXPECT_FALSE(Peer::takeFailureMessage(*manager_, "no_csv", 101, text)) << "not a failure of the script";
 }
 
-TEST_F(JobFaultsTest, CancelLeavesNoProcessOfTheTreeBehind) {
+TEST_F(JobFaultsTest, CancelOfTheRunningJobEndsItOnceAtOnceAndLeavesNoProcessOfTheTree) {
   const std::string tree = scratch_.file("tree");
   submit("tree", hangingPlan(R"(,"rows":1,"children":")" + tree + "\""));
   ASSERT_TRUE(ready());
@@ -52,14 +52,22 @@ TEST_F(JobFaultsTest, CancelLeavesNoProcessOfTheTreeBehind) {
   ASSERT_GT(grandchild, 1);
   EXPECT_EQ(process_test::parentOf(child), launcher);
   EXPECT_EQ(process_test::parentOf(grandchild), child);
+  ASSERT_EQ(tempFiles().size(), 1u) << "the stand-in wrote its CSV before hanging";
 
   ASSERT_TRUE(manager_->cancelJob("tree"));
+  // The end message is sent by the cancel itself, before it returns.
+  const std::vector<Recorded> ends = client_.ends();
+  ASSERT_EQ(ends.size(), 1u);
+  EXPECT_EQ(ends[0].jobName, "tree");
+  EXPECT_EQ(ends[0].message, "");
   for (pid_t pid : {launcher, child, grandchild}) {
     EXPECT_TRUE(eventually([&] { return processGone(pid); }, 5.0)) << "process " << pid << " survived";
   }
   ASSERT_TRUE(workerIdle());
-  EXPECT_EQ(client_.ends().size(), 1u);
-  EXPECT_TRUE(tempFiles().empty());
+  EXPECT_EQ(client_.ends().size(), 1u) << "the worker sends nothing for a cancelled job";
+  EXPECT_TRUE(tempFiles().empty()) << "a cancelled job's CSV is removed";
+  EXPECT_EQ(Peer::processId(*manager_), -1);
+  EXPECT_FALSE(manager_->cancelJob("tree")) << "gone once the worker has let it go";
 }
 
 TEST_F(JobFaultsTest, TenQueuedBehindARunningJobAndTheEleventhRefused) {

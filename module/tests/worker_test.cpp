@@ -102,28 +102,6 @@ TEST_F(WorkerTest, JobCancelledWhileQueuedIsDroppedAndTheNextStarts) {
   EXPECT_NE(next[2].message.find("MESSAGE=100."), std::string::npos);
 }
 
-TEST_F(WorkerTest, CancellingTheRunningJobEndsItOnceAndAtOnce) {
-  submit("live", hangingPlan(R"(,"rows":2)"));
-  ASSERT_TRUE(ready());
-  const int32_t pid = Peer::processId(*manager_);
-  ASSERT_GT(pid, 1);
-  ASSERT_EQ(tempFiles().size(), 1u) << "the stand-in wrote its CSV before hanging";
-
-  EXPECT_TRUE(manager_->cancelJob("live"));
-  // The end message is sent by the cancel itself, before it returns.
-  std::vector<Recorded> ends = client_.ends();
-  ASSERT_EQ(ends.size(), 1u);
-  EXPECT_EQ(ends[0].jobName, "live");
-  EXPECT_EQ(ends[0].message, "");
-
-  ASSERT_TRUE(workerIdle());
-  EXPECT_TRUE(processGone(pid));
-  EXPECT_EQ(client_.ends().size(), 1u) << "the worker sends nothing for a cancelled job";
-  EXPECT_TRUE(tempFiles().empty()) << "a cancelled job's CSV is removed";
-  EXPECT_EQ(Peer::processId(*manager_), -1);
-  EXPECT_FALSE(manager_->cancelJob("live")) << "gone once the worker has let it go";
-}
-
 TEST_F(WorkerTest, ShutdownLetsTheRunningJobFinishAndStartsNoQueuedJob) {
   submit("finishing", R"({"rows":1,"ready":")" + scratch_.file("ready") + R"(","sleep":0.3})");
   ASSERT_TRUE(ready());
