@@ -56,15 +56,17 @@ AdapterScanner::AdapterScanner(std::vector<std::string> adapters, Simd simd)
     for (char c : s) {
       if (kBases.code[static_cast<unsigned char>(c)] > 3) throw std::invalid_argument("adapter base");
     }
-    unsigned code = 0;
-    unsigned mask = 0;
-    for (std::size_t k = 0; k < 4 && k < length_; ++k) {
-      code |= ((static_cast<unsigned char>(s[k]) >> 1) & 3u) << (2 * k);
-      mask |= 3u << (2 * k);
+    unsigned code[2] = {0, 0};
+    unsigned mask[2] = {0, 0};
+    for (std::size_t k = 0; k < 8 && k < length_; ++k) {
+      code[k / 4] |= ((static_cast<unsigned char>(s[k]) >> 1) & 3u) << (2 * (k % 4));
+      mask[k / 4] |= 3u << (2 * (k % 4));
     }
     Probe probe;
-    probe.code.fill(static_cast<std::uint8_t>(code));
-    probe.mask.fill(static_cast<std::uint8_t>(mask));
+    probe.code.fill(static_cast<std::uint8_t>(code[0]));
+    probe.mask.fill(static_cast<std::uint8_t>(mask[0]));
+    probe.nextCode.fill(static_cast<std::uint8_t>(code[1]));
+    probe.nextMask.fill(static_cast<std::uint8_t>(mask[1]));
     if (length_ >= 8) {
       std::memcpy(&probe.head, s.data(), 8);
       std::memcpy(&probe.tail, s.data() + length_ - 8, 8);
@@ -102,8 +104,8 @@ unsigned AdapterScanner::findSse2(const unsigned char* s, std::size_t len,
   const std::size_t count = adapters_.size();
   const unsigned all = (1u << count) - 1;
   const std::size_t lastStart = len - length_;
-  // Bytes a block reads past its first start: the packed code looks at four bases.
-  const std::size_t span = length_ > 4 ? length_ : 4;
+  // Bytes a block reads past its first start: the packed codes look at eight bases.
+  const std::size_t span = length_ > 8 ? length_ : 8;
   const __m128i three = _mm_set1_epi8(3);
   const __m128i twelve = _mm_set1_epi8(12);
   const __m128i fortyEight = _mm_set1_epi8(48);
@@ -113,14 +115,17 @@ unsigned AdapterScanner::findSse2(const unsigned char* s, std::size_t len,
   // first, so an adapter's first hit is its first occurrence. The 16-bit shifts move no set bit
   // across a byte that the masks keep.
   auto scan = [&](const unsigned char* text, std::size_t start) {
-    const auto at = [text](std::size_t k) {
-      return _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + k));
+    const auto pack = [&](const unsigned char* from) {
+      const auto at = [from](std::size_t k) {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from + k));
+      };
+      return _mm_or_si128(_mm_or_si128(_mm_and_si128(_mm_srli_epi16(at(0), 1), three),
+                                       _mm_and_si128(_mm_slli_epi16(at(1), 1), twelve)),
+                          _mm_or_si128(_mm_and_si128(_mm_slli_epi16(at(2), 3), fortyEight),
+                                       _mm_and_si128(_mm_slli_epi16(at(3), 5), top)));
     };
-    const __m128i packed = _mm_or_si128(
-        _mm_or_si128(_mm_and_si128(_mm_srli_epi16(at(0), 1), three),
-                     _mm_and_si128(_mm_slli_epi16(at(1), 1), twelve)),
-        _mm_or_si128(_mm_and_si128(_mm_slli_epi16(at(2), 3), fortyEight),
-                     _mm_and_si128(_mm_slli_epi16(at(3), 5), top)));
+    const __m128i packed = pack(text);
+    const __m128i packedNext = pack(text + 4);
     // Starts past the last one (padding reads as A) are dropped before any compare.
     const std::size_t starts = lastStart - start + 1;
     const unsigned valid = starts >= 16 ? 0xffffu : (1u << starts) - 1;
@@ -128,10 +133,14 @@ unsigned AdapterScanner::findSse2(const unsigned char* s, std::size_t len,
     unsigned any = 0;
     for (std::size_t a = 0; a < count; ++a) {
       const Probe& p = probes_[a];
-      const __m128i mask = _mm_load_si128(reinterpret_cast<const __m128i*>(p.mask.data()));
-      const __m128i code = _mm_load_si128(reinterpret_cast<const __m128i*>(p.code.data()));
-      candidates[a] = valid & static_cast<unsigned>(_mm_movemask_epi8(
-                                  _mm_cmpeq_epi8(_mm_and_si128(packed, mask), code)));
+      const auto probe = [](const std::array<std::uint8_t, 32>& bytes) {
+        return _mm_load_si128(reinterpret_cast<const __m128i*>(bytes.data()));
+      };
+      const __m128i hit =
+          _mm_and_si128(_mm_cmpeq_epi8(_mm_and_si128(packed, probe(p.mask)), probe(p.code)),
+                        _mm_cmpeq_epi8(_mm_and_si128(packedNext, probe(p.nextMask)),
+                                       probe(p.nextCode)));
+      candidates[a] = valid & static_cast<unsigned>(_mm_movemask_epi8(hit));
       any |= candidates[a];
     }
     if (any == 0) return;
@@ -150,7 +159,7 @@ unsigned AdapterScanner::findSse2(const unsigned char* s, std::size_t len,
   std::size_t i = 0;
   // Every byte a block reads (up to i + 15 + span - 1) must lie inside the read.
   for (; i + 15 + span <= len && found != all; i += 16) scan(s + i, i);
-  // The remaining starts (more than 16 when the adapters are shorter than four bases), on a copy
+  // The remaining starts (more than 16 when the adapters are shorter than eight bases), on a copy
   // padded with zero bytes: no adapter holds one, so windows reaching past the read's end never
   // match.
   for (; i <= lastStart && found != all; i += 16) {
@@ -174,7 +183,7 @@ __attribute__((target("avx2"))) unsigned AdapterScanner::findAvx2(
   const std::size_t count = adapters_.size();
   const unsigned all = (1u << count) - 1;
   const std::size_t lastStart = len - length_;
-  const std::size_t span = length_ > 4 ? length_ : 4;
+  const std::size_t span = length_ > 8 ? length_ : 8;
   const __m256i three = _mm256_set1_epi8(3);
   const __m256i twelve = _mm256_set1_epi8(12);
   const __m256i fortyEight = _mm256_set1_epi8(48);
@@ -195,7 +204,7 @@ __attribute__((target("avx2"))) unsigned AdapterScanner::findAvx2(
         text = s + base;
         valid = ~0u << (i - base);
       } else {
-        // A short read, or adapters shorter than the four bases packed: a copy padded with zero
+        // A short read, or adapters shorter than the eight bases packed: a copy padded with zero
         // bytes, which read as A; starts past the last one are dropped.
         std::memset(tail, 0, sizeof tail);
         std::memcpy(tail, s + i, len - i);
@@ -204,32 +213,42 @@ __attribute__((target("avx2"))) unsigned AdapterScanner::findAvx2(
         valid = starts >= 32 ? ~0u : (1u << starts) - 1;
       }
     }
-    const __m256i packed = _mm256_or_si256(
-        _mm256_or_si256(
-            _mm256_and_si256(
-                _mm256_srli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(text)), 1),
-                three),
-            _mm256_and_si256(
-                _mm256_slli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + 1)),
-                                  1),
-                twelve)),
-        _mm256_or_si256(
-            _mm256_and_si256(
-                _mm256_slli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + 2)),
-                                  3),
-                fortyEight),
-            _mm256_and_si256(
-                _mm256_slli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(text + 3)),
-                                  5),
-                top)));
+    __m256i packedAt[2];
+    for (std::size_t half = 0; half < 2; ++half) {
+      const unsigned char* from = text + 4 * half;
+      packedAt[half] = _mm256_or_si256(
+          _mm256_or_si256(
+              _mm256_and_si256(
+                  _mm256_srli_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from)), 1),
+                  three),
+              _mm256_and_si256(
+                  _mm256_slli_epi16(
+                      _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + 1)), 1),
+                  twelve)),
+          _mm256_or_si256(
+              _mm256_and_si256(
+                  _mm256_slli_epi16(
+                      _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + 2)), 3),
+                  fortyEight),
+              _mm256_and_si256(
+                  _mm256_slli_epi16(
+                      _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + 3)), 5),
+                  top)));
+    }
     std::array<unsigned, 8> candidates;
     unsigned any = 0;
     for (std::size_t a = 0; a < count; ++a) {
       const Probe& p = probes_[a];
       const __m256i mask = _mm256_load_si256(reinterpret_cast<const __m256i*>(p.mask.data()));
       const __m256i code = _mm256_load_si256(reinterpret_cast<const __m256i*>(p.code.data()));
-      candidates[a] = valid & static_cast<unsigned>(_mm256_movemask_epi8(
-                                  _mm256_cmpeq_epi8(_mm256_and_si256(packed, mask), code)));
+      const __m256i nextMask =
+          _mm256_load_si256(reinterpret_cast<const __m256i*>(p.nextMask.data()));
+      const __m256i nextCode =
+          _mm256_load_si256(reinterpret_cast<const __m256i*>(p.nextCode.data()));
+      const __m256i hit = _mm256_and_si256(
+          _mm256_cmpeq_epi8(_mm256_and_si256(packedAt[0], mask), code),
+          _mm256_cmpeq_epi8(_mm256_and_si256(packedAt[1], nextMask), nextCode));
+      candidates[a] = valid & static_cast<unsigned>(_mm256_movemask_epi8(hit));
       any |= candidates[a];
     }
     if (any == 0) continue;

@@ -217,11 +217,14 @@ class AdapterScanner {
   std::vector<std::string> adapters_;
   Simd simd_;
   // 32 copies of every adapter's first four bases packed 2 bits each (bits 1-2 of the
-  // letter, which tell A/C/G/T apart), and of the mask of the bits its length covers: a start is
-  // compared in full only when its packed bases match.
+  // letter, which tell A/C/G/T apart), of its next four bases, and of the masks of the bits its
+  // length covers: a start is compared in full only when its packed bases match, which random
+  // sequence does once in 65536 starts (a rare branch stays predictable).
   struct alignas(32) Probe {
     std::array<std::uint8_t, 32> code;
     std::array<std::uint8_t, 32> mask;
+    std::array<std::uint8_t, 32> nextCode;
+    std::array<std::uint8_t, 32> nextMask;
     // Adapters of 8 bases or more: their first and last eight bases as words, so a candidate is
     // confirmed with two loads and compares.
     std::uint64_t head = 0;
