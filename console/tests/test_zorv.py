@@ -125,16 +125,27 @@ class SourcesAndEvents(ZorvTestCase):
                               "--no-wait", "--events", "-"],
                              stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                              stderr=subprocess.PIPE, text=True, bufsize=1)
+        # Lines are read from the descriptor itself: a buffered reader could hold a second event
+        # (the worker's "started" message comes right after the queued one) where select cannot
+        # see it.
+        fd = p.stdout.fileno()
+        pending = bytearray()
         try:
             def next_event():
-                ready, _, _ = select.select([p.stdout], [], [], 20)
-                self.assertTrue(ready, "no event before the end of input")
-                return json.loads(p.stdout.readline())
+                while b"\n" not in pending:
+                    ready, _, _ = select.select([fd], [], [], 20)
+                    self.assertTrue(ready, "no event before the end of input")
+                    chunk = os.read(fd, 65536)
+                    self.assertTrue(chunk, "zorv closed its standard output")
+                    pending.extend(chunk)
+                line, _, rest = bytes(pending).partition(b"\n")
+                pending[:] = rest
+                return json.loads(line)
 
             # A command spread over two lines runs when its second line arrives.
             p.stdin.write("GENOSTAT /JOB FILE='%s'\n" % self.good)
             p.stdin.flush()
-            ready, _, _ = select.select([p.stdout], [], [], 0.5)
+            ready, _, _ = select.select([fd], [], [], 0.5)
             self.assertFalse(ready, "ran before the command was complete")
             p.stdin.write("  NAME='s1'.\n")
             p.stdin.flush()
@@ -146,7 +157,7 @@ class SourcesAndEvents(ZorvTestCase):
                 event = next_event()
             self.assertEqual(event, {"event": "job_start", "job": "s2", "started": False})
             p.stdin.close()
-            rest = events_of(p.stdout.read())
+            rest = events_of(bytes(pending).decode() + p.stdout.read())
             self.assertEqual(p.wait(timeout=30), 0)
             ends = sorted(e["job"] for e in rest if e["event"] == "job_end")
             self.assertEqual(ends, ["s1", "s2"])
