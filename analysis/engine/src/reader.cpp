@@ -112,6 +112,13 @@ std::size_t firstNonPrintable(std::string_view text) {
   return text.size();
 }
 
+// Why a sequence or quality line was refused: its first byte outside '!'..'~' and where it stands.
+std::string nonPrintableReason(const char* what, std::string_view text) {
+  const std::size_t at = firstNonPrintable(text);
+  return std::string("the ") + what + " has " + describeByte(static_cast<unsigned char>(text[at])) +
+         " at position " + std::to_string(at + 1) + "; only printable ASCII ('!' to '~') is allowed";
+}
+
 class Parser {
  public:
   Parser(ByteSource& source, const std::string& path, RecordSink& sink, const ReadOptions& options)
@@ -189,11 +196,7 @@ class Parser {
       }
       ++line;
       if (!upperCaseAndCheck(sequence.begin, sequence.size)) {
-        const std::size_t at = firstNonPrintable(sequence.view());
-        fail(record, line,
-             "the sequence has " + describeByte(static_cast<unsigned char>(sequence.begin[at])) +
-                 " at position " + std::to_string(at + 1) +
-                 "; only printable ASCII ('!' to '~') is allowed");
+        fail(record, line, nonPrintableReason("sequence", sequence.view()));
       }
 
       Line separator{};
@@ -221,11 +224,7 @@ class Parser {
       }
       ++line;
       if (!checkPrintable(quality.begin, quality.size)) {
-        const std::size_t at = firstNonPrintable(quality.view());
-        fail(record, line,
-             "the quality has " + describeByte(static_cast<unsigned char>(quality.begin[at])) +
-                 " at position " + std::to_string(at + 1) +
-                 "; only printable ASCII ('!' to '~') is allowed");
+        fail(record, line, nonPrintableReason("quality", quality.view()));
       }
       if (quality.size != sequence.size) {
         fail(record, line,
