@@ -10,6 +10,8 @@
 #include <memory>
 #include <string_view>
 
+#include "platform/system.h"
+
 namespace genostat::fqgen {
 namespace {
 
@@ -275,27 +277,28 @@ bool Generator::next(std::string& out) {
 
 namespace {
 
-// The output file, plain or gzip, behind one write call.
+// The output file, plain or gzip, behind one write call. Opened through the platform layer:
+// binary on every system, and a UTF-8 name reaches Windows intact.
 class Sink {
  public:
   bool open(const Options& options, std::string& error) {
     const bool toStdout = options.output.empty() || options.output == "-";
     name_ = toStdout ? "standard output" : options.output;
+    platform::SystemError failure;
+    fd_ = toStdout ? kStandardOutput : platform::createForWriting(options.output, failure);
+    if (fd_ < 0) {
+      error = name_ + ": " + failure.text;
+      return false;
+    }
+    ownFd_ = !toStdout;
     if (options.gzipLevel > 0) {
       const std::string mode = "wb" + std::to_string(options.gzipLevel);
-      gz_ = toStdout ? gzdopen(fileno(stdout), mode.c_str())
-                     : gzopen(options.output.c_str(), mode.c_str());
+      gz_ = gzdopen(fd_, mode.c_str());  // closes the descriptor when it is closed
       if (gz_ == nullptr) {
-        error = name_ + ": " + std::strerror(errno);
+        error = name_ + ": cannot start the gzip compressor";
         return false;
       }
-      return true;
-    }
-    file_ = toStdout ? stdout : std::fopen(options.output.c_str(), "wb");
-    ownFile_ = !toStdout;
-    if (file_ == nullptr) {
-      error = name_ + ": " + std::strerror(errno);
-      return false;
+      ownFd_ = false;
     }
     return true;
   }
@@ -311,8 +314,9 @@ class Sink {
       }
       return true;
     }
-    if (std::fwrite(data.data(), 1, data.size(), file_) != data.size()) {
-      error = name_ + ": " + std::strerror(errno);
+    platform::SystemError failure;
+    if (!platform::writeAll(fd_, data.data(), data.size(), failure)) {
+      error = name_ + ": " + failure.text;
       return false;
     }
     return true;
@@ -323,10 +327,10 @@ class Sink {
     if (gz_ != nullptr) {
       ok = gzclose(gz_) == Z_OK;
       gz_ = nullptr;
-    } else if (file_ != nullptr) {
-      ok = std::fflush(file_) == 0;
-      if (ownFile_) ok = std::fclose(file_) == 0 && ok;
-      file_ = nullptr;
+    } else if (ownFd_) {
+      platform::SystemError failure;
+      ok = platform::closeFile(fd_, failure);
+      ownFd_ = false;
     }
     if (!ok) error = name_ + ": write failed";
     return ok;
@@ -338,10 +342,11 @@ class Sink {
   }
 
  private:
+  static constexpr int kStandardOutput = 1;
   std::string name_;
+  int fd_ = -1;
+  bool ownFd_ = false;
   gzFile gz_ = nullptr;
-  std::FILE* file_ = nullptr;
-  bool ownFile_ = false;
 };
 
 }  // namespace

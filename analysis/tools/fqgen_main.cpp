@@ -1,21 +1,24 @@
 // genostat-fqgen: writes a deterministic FASTQ file (see fqgen.h and --help).
 #include <cstdio>
-#include <cstring>
 #include <string>
+#include <vector>
 
 #include "fqgen.h"
+#include "platform/program_entry.h"
 
-int main(int argc, char** argv) {
+int genostat::programMain(const std::vector<std::string>& args) {
   namespace fq = genostat::fqgen;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
+  for (std::size_t i = 1; i < args.size(); ++i) {
+    if (args[i] == "--help" || args[i] == "-h") {
       std::fputs(fq::usageText(), stdout);
       return 0;
     }
   }
+  std::vector<const char*> argv;
+  for (const std::string& arg : args) argv.push_back(arg.c_str());
   fq::Options options;
   std::string error;
-  if (!fq::parseOptions(argc, argv, options, error)) {
+  if (!fq::parseOptions(static_cast<int>(argv.size()), argv.data(), options, error)) {
     std::fprintf(stderr, "genostat-fqgen: error: %s\n%s", error.c_str(), fq::usageText());
     return 64;
   }

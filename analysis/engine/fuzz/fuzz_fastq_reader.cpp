@@ -36,6 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto inflater = size % 2 == 0 ? genostat::Inflater::Isal : genostat::Inflater::Zlib;
     genostat::readFastqMemory(input, "fuzz.fastq", sink, inflater);
   } catch (const genostat::InputError& error) {
+    // A build without bzip2 refuses such input whole, before any record.
+    if (error.kind() == genostat::InputErrorKind::Unsupported) return 0;
     if (error.kind() != genostat::InputErrorKind::Malformed) __builtin_trap();
     if (error.message().rfind("record ", 0) != 0) __builtin_trap();
   }

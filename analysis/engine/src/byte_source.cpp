@@ -1,10 +1,6 @@
 // Raw file and memory sources, the gzip and bzip2 decoders, and the read-ahead thread.
 #include "genostat/byte_source.h"
 
-#include <bzlib.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <cerrno>
@@ -18,11 +14,15 @@
 #include <thread>
 #include <vector>
 
+#ifdef GENOSTAT_HAVE_BZIP2
+#include <bzlib.h>
+#endif
 #ifdef GENOSTAT_HAVE_ISAL
 #include <isa-l/igzip_lib.h>
 #endif
 
 #include "genostat/input_error.h"
+#include "platform/system.h"
 
 namespace genostat {
 namespace {
@@ -31,25 +31,28 @@ namespace {
 // costs nothing next to inflating it, small enough to stay in the second-level cache.
 constexpr std::size_t kCompressedChunk = std::size_t{256} << 10;
 
+// Said of a bzip2 file by a build made without the bzip2 library (Windows has none to link).
+[[maybe_unused]] constexpr const char* kNoBzip2 =
+    "is compressed with bzip2, which this build of genostat-qc cannot read; decompress it, or "
+    "compress it with gzip instead";
+
 class FileSource final : public ByteSource {
  public:
   FileSource(int fd, std::string path, std::atomic<std::uint64_t>* bytesRead)
       : fd_(fd), path_(std::move(path)), bytesRead_(bytesRead) {}
-  ~FileSource() override { ::close(fd_); }
+  ~FileSource() override {
+    platform::SystemError ignored;  // nothing was written: a failed close loses nothing
+    platform::closeFile(fd_, ignored);
+  }
   FileSource(const FileSource&) = delete;
   FileSource& operator=(const FileSource&) = delete;
 
   std::size_t read(char* buffer, std::size_t capacity) override {
-    for (;;) {
-      const ssize_t n = ::read(fd_, buffer, capacity);
-      if (n >= 0) {
-        if (bytesRead_ != nullptr) bytesRead_->fetch_add(static_cast<std::uint64_t>(n));
-        return static_cast<std::size_t>(n);
-      }
-      if (errno == EINTR) continue;
-      throw InputError(InputErrorKind::ReadFailed, path_,
-                       std::string("cannot read: ") + std::strerror(errno));
-    }
+    platform::SystemError error;
+    const std::int64_t n = platform::readSome(fd_, buffer, capacity, error);
+    if (n < 0) throw InputError(InputErrorKind::ReadFailed, path_, "cannot read: " + error.text);
+    if (bytesRead_ != nullptr) bytesRead_->fetch_add(static_cast<std::uint64_t>(n));
+    return static_cast<std::size_t>(n);
   }
 
  private:
@@ -273,6 +276,7 @@ class ZlibGzipSource final : public ByteSource {
   bool finished_ = false;
 };
 
+#ifdef GENOSTAT_HAVE_BZIP2
 class Bzip2Source final : public ByteSource {
  public:
   explicit Bzip2Source(std::unique_ptr<ByteSource> raw) : in_(std::move(raw)) {
@@ -329,6 +333,7 @@ class Bzip2Source final : public ByteSource {
   bool inStream_ = false;
   bool finished_ = false;
 };
+#endif
 
 class AsyncSource final : public ByteSource {
  public:
@@ -471,37 +476,43 @@ Compression sniffCompression(std::string_view firstBytes) {
   return Compression::Plain;
 }
 
-InputError openFailure(const std::string& path, int error) {
-  if (error == ENOENT || error == ENOTDIR) {
-    return InputError(InputErrorKind::NotFound, path, "no such file");
+bool bzip2Available() {
+#ifdef GENOSTAT_HAVE_BZIP2
+  return true;
+#else
+  return false;
+#endif
+}
+
+InputError openFailure(const std::string& path, const platform::SystemError& reason) {
+  switch (reason.kind) {
+    case platform::SystemError::Kind::NotFound:
+      return InputError(InputErrorKind::NotFound, path, "no such file");
+    case platform::SystemError::Kind::IsFolder:
+      return InputError(InputErrorKind::NotFound, path, "is a folder, not a file");
+    case platform::SystemError::Kind::PermissionDenied:
+      return InputError(InputErrorKind::PermissionDenied, path, "permission denied");
+    case platform::SystemError::Kind::Other:
+      break;
   }
-  if (error == EACCES || error == EPERM) {
-    return InputError(InputErrorKind::PermissionDenied, path, "permission denied");
-  }
-  return InputError(InputErrorKind::ReadFailed, path,
-                    std::string("cannot open: ") + std::strerror(error));
+  return InputError(InputErrorKind::ReadFailed, path, "cannot open: " + reason.text);
 }
 
 std::unique_ptr<ByteSource> openFileSource(const std::string& path,
                                            std::atomic<std::uint64_t>* bytesRead,
                                            std::uint64_t* fileSize) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) throw openFailure(path, errno);
-  struct stat info {};
-  if (::fstat(fd, &info) != 0) {
-    const int err = errno;
-    ::close(fd);
-    throw InputError(InputErrorKind::ReadFailed, path,
-                     std::string("cannot open: ") + std::strerror(err));
+  platform::SystemError error;
+  const int fd = platform::openForReading(path, error);
+  if (fd < 0) throw openFailure(path, error);
+  platform::FileKind kind;
+  if (!platform::describeOpenFile(fd, kind, error) || kind.folder) {
+    platform::SystemError ignored;
+    platform::closeFile(fd, ignored);
+    if (kind.folder) error.kind = platform::SystemError::Kind::IsFolder;
+    throw openFailure(path, error);
   }
-  if (S_ISDIR(info.st_mode)) {
-    ::close(fd);
-    throw InputError(InputErrorKind::NotFound, path, "is a folder, not a file");
-  }
-  if (fileSize != nullptr) *fileSize = static_cast<std::uint64_t>(info.st_size);
-#ifdef POSIX_FADV_SEQUENTIAL
-  ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
-#endif
+  if (fileSize != nullptr) *fileSize = kind.size;
+  platform::adviseSequential(fd);
   return std::make_unique<FileSource>(fd, path, bytesRead);
 }
 
@@ -510,7 +521,7 @@ std::unique_ptr<ByteSource> memorySource(std::string_view data) {
 }
 
 std::unique_ptr<ByteSource> openDecodedSource(std::unique_ptr<ByteSource> raw,
-                                              const std::string& /*path*/, Inflater inflater,
+                                              const std::string& path, Inflater inflater,
                                               Compression* detected) {
   std::string prefix(3, '\0');
   std::size_t have = 0;
@@ -534,7 +545,12 @@ std::unique_ptr<ByteSource> openDecodedSource(std::unique_ptr<ByteSource> raw,
 #endif
       return std::make_unique<ZlibGzipSource>(std::move(whole));
     case Compression::Bzip2:
+#ifdef GENOSTAT_HAVE_BZIP2
+      (void)path;  // a decoding error is positioned and named by the reader
       return std::make_unique<Bzip2Source>(std::move(whole));
+#else
+      throw InputError(InputErrorKind::Unsupported, path, kNoBzip2);
+#endif
     case Compression::Plain:
       break;
   }

@@ -1,22 +1,15 @@
 #include "genostat/cli.h"
 
-#include <fcntl.h>
-#include <sched.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <mutex>
 #include <new>
 #include <optional>
-#include <thread>
 
 #include "genostat/csv.h"
 #include "genostat/engine.h"
 #include "genostat/input_error.h"
 #include "genostat/metrics.h"
+#include "platform/system.h"
 
 namespace genostat {
 namespace {
@@ -148,6 +141,7 @@ std::optional<Failure> parseArguments(const std::vector<std::string>& argv, Argu
 int exitCodeFor(InputErrorKind kind) {
   switch (kind) {
     case InputErrorKind::Malformed:
+    case InputErrorKind::Unsupported:  // the file cannot be taken as it is, like damaged data
       return kExitMalformedInput;
     case InputErrorKind::PermissionDenied:
       return kExitPermission;
@@ -160,55 +154,48 @@ int exitCodeFor(InputErrorKind kind) {
 
 namespace {
 
-std::string systemError(const char* what) {
-  return std::string(what) + ": " + std::strerror(errno);
+Failure cannotWrite(const std::string& path, const platform::SystemError& error) {
+  return Failure{kExitCannotWrite, path, "cannot write: " + error.text};
 }
 
 // The output file, created before the work so an unwritable path fails at once, and removed
 // again when the run fails so no partial CSV is left behind (only when it is a regular file: a
-// device such as /dev/null or /dev/full is never unlinked).
+// device such as /dev/null or NUL is never removed). Written in binary mode, so the CSV has the
+// same bytes on every system.
 class OutputFile {
  public:
   explicit OutputFile(std::string path) : path_(std::move(path)) {}
   ~OutputFile() {
-    if (fd_ >= 0) ::close(fd_);
-    if (regularFile_ && !committed_) ::unlink(path_.c_str());
+    platform::SystemError ignored;
+    if (fd_ >= 0) platform::closeFile(fd_, ignored);
+    if (regularFile_ && !committed_) platform::removeFile(path_);
   }
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
   // Refuses an output that is one of the inputs (it would be emptied before being read).
   std::optional<Failure> open(const std::vector<std::string>& inputs) {
-    struct stat existing {};
-    if (::stat(path_.c_str(), &existing) == 0 && S_ISREG(existing.st_mode)) {
+    if (const auto existing = platform::regularFileIdentity(path_)) {
       for (const std::string& input : inputs) {
-        struct stat info {};
-        if (::stat(input.c_str(), &info) == 0 && info.st_dev == existing.st_dev &&
-            info.st_ino == existing.st_ino) {
+        if (platform::regularFileIdentity(input) == existing) {
           return Failure{kExitCannotWrite, path_, "is also an input file; not overwritten"};
         }
       }
     }
-    fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd_ < 0) return Failure{kExitCannotWrite, path_, systemError("cannot write")};
-    struct stat info {};
-    regularFile_ = ::fstat(fd_, &info) == 0 && S_ISREG(info.st_mode);
+    platform::SystemError error;
+    fd_ = platform::createForWriting(path_, error);
+    if (fd_ < 0) return cannotWrite(path_, error);
+    platform::FileKind kind;
+    regularFile_ = platform::describeOpenFile(fd_, kind, error) && kind.regular;
     return std::nullopt;
   }
 
   std::optional<Failure> writeAndClose(const std::string& text) {
-    std::size_t done = 0;
-    while (done < text.size()) {
-      const ssize_t n = ::write(fd_, text.data() + done, text.size() - done);
-      if (n < 0) {
-        if (errno == EINTR) continue;
-        return Failure{kExitCannotWrite, path_, systemError("cannot write")};
-      }
-      done += static_cast<std::size_t>(n);
-    }
+    platform::SystemError error;
+    if (!platform::writeAll(fd_, text.data(), text.size(), error)) return cannotWrite(path_, error);
     const int fd = fd_;
     fd_ = -1;
-    if (::close(fd) != 0) return Failure{kExitCannotWrite, path_, systemError("cannot write")};
+    if (!platform::closeFile(fd, error)) return cannotWrite(path_, error);
     committed_ = true;
     return std::nullopt;
   }
@@ -222,15 +209,7 @@ class OutputFile {
 
 // The cores this process may run on (its affinity mask, which containers and taskset narrow),
 // at most kMaxThreads.
-unsigned usableCores() {
-  unsigned cores = std::thread::hardware_concurrency();
-#ifdef __linux__
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  if (::sched_getaffinity(0, sizeof set, &set) == 0) cores = static_cast<unsigned>(CPU_COUNT(&set));
-#endif
-  return std::clamp(cores, 1u, kMaxThreads);
-}
+unsigned usableCores() { return std::clamp(platform::usableProcessors(), 1u, kMaxThreads); }
 
 int report(std::ostream& err, const Failure& failure) {
   err << "genostat-qc: error: " << failure.path << ": " << failure.message << '\n';

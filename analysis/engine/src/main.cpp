@@ -4,9 +4,10 @@
 #include <vector>
 
 #include "genostat/cli.h"
+#include "platform/program_entry.h"
 
-int main(int argc, char** argv) {
+int genostat::programMain(const std::vector<std::string>& args) {
   std::ios::sync_with_stdio(false);
-  std::vector<std::string> args(argv + 1, argv + argc);
-  return genostat::runCli(args, std::cout, std::cerr);
+  return runCli(std::vector<std::string>(args.begin() + (args.empty() ? 0 : 1), args.end()),
+                std::cout, std::cerr);
 }

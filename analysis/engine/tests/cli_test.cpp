@@ -3,11 +3,7 @@
 // itself is run for the codes the analysis script depends on.
 #include "genostat/cli.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <fstream>
 #include <regex>
@@ -15,7 +11,9 @@
 #include <thread>
 
 #include "engine_test_support.h"
+#include "genostat/byte_source.h"
 #include "genostat/csv.h"
+#include "platform/test_platform.h"
 
 namespace genostat {
 namespace {
@@ -43,35 +41,17 @@ Outcome run(const std::vector<std::string>& args,
 }
 
 // Runs the built program with stdout and stderr captured.
-Outcome runProgram(const std::vector<std::string>& args) {
-  TempDir dir;
-  const std::string outPath = dir.file("stdout");
-  const std::string errPath = dir.file("stderr");
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    const int outFd = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    const int errFd = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    ::dup2(outFd, 1);
-    ::dup2(errFd, 2);
-    std::vector<char*> argv;
-    std::string program = GENOSTAT_QC_BINARY;
-    argv.push_back(program.data());
-    std::vector<std::string> copy = args;
-    for (auto& arg : copy) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    ::execv(program.c_str(), argv.data());
-    ::_exit(127);
-  }
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return Outcome{WIFEXITED(status) ? WEXITSTATUS(status) : -1, testing::readWholeFile(outPath),
-                 testing::readWholeFile(errPath)};
+Outcome runProgram(const TempDir& scratch, const std::vector<std::string>& args) {
+  const testing::ProgramOutcome outcome =
+      testing::runProgram(GENOSTAT_QC_BINARY, args, scratch.folder());
+  return Outcome{outcome.code, outcome.out, outcome.err};
 }
 
-bool exists(const std::string& path) {
-  struct stat info {};
-  return ::stat(path.c_str(), &info) == 0;
-}
+using testing::exists;
+
+// A name with letters from outside every single-byte code page.
+const std::string kWorldlyName =
+    "pr\xC3\xB8ve \xE6\x97\xA5\xE6\x9C\xAC \xE2\x9C\x93";
 
 class Cli : public ::testing::Test {
  protected:
@@ -93,6 +73,16 @@ TEST_F(Cli, WritesHeaderAndOneRowPerFile) {
   EXPECT_NE(csv.find("\n\"x,y\",NEXTERA,7,"), std::string::npos);
   EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 3);
   EXPECT_EQ(csv.back(), '\n');
+  EXPECT_EQ(csv.find('\r'), std::string::npos);  // the same bytes on every system
+}
+
+TEST_F(Cli, ReadsAndWritesFilesNamedInAnyScript) {
+  const std::string input = dir.write(kWorldlyName + ".fastq", testing::makeFastq(9));
+  const std::string output = dir.file(kWorldlyName + ".csv");
+  const Outcome outcome = run({"--output", output, input});
+  ASSERT_EQ(outcome.code, kExitOk) << outcome.err;
+  EXPECT_NE(testing::readWholeFile(output).find("\n" + kWorldlyName + ",NONE,9,"),
+            std::string::npos);
 }
 
 TEST_F(Cli, OptionsInEitherFormAndAfterFiles) {
@@ -189,10 +179,22 @@ TEST_F(Cli, MissingInputOrFolderExits66) {
   Outcome outcome = run({"--output", out, good, missing});
   EXPECT_EQ(outcome.code, kExitNoInput);
   EXPECT_EQ(outcome.lastErrLine(), "genostat-qc: error: " + missing + ": no such file");
-  outcome = run({"--output", out, dir.path().string()});
+  outcome = run({"--output", out, dir.folder()});
   EXPECT_EQ(outcome.code, kExitNoInput);
   EXPECT_EQ(outcome.lastErrLine(),
-            "genostat-qc: error: " + dir.path().string() + ": is a folder, not a file");
+            "genostat-qc: error: " + dir.folder() + ": is a folder, not a file");
+  EXPECT_FALSE(exists(out));
+}
+
+TEST_F(Cli, Bzip2InABuildWithoutItExits65NamingTheFile) {
+  if (bzip2Available()) GTEST_SKIP() << "this build reads bzip2";
+  const std::string bz = dir.write("reads.fastq.bz2", testing::bzip2Magic());
+  const Outcome outcome = run({"--output", out, good, bz});
+  EXPECT_EQ(outcome.code, kExitMalformedInput);
+  EXPECT_EQ(outcome.lastErrLine(), "genostat-qc: error: " + bz +
+                                       ": is compressed with bzip2, which this build of "
+                                       "genostat-qc cannot read; decompress it, or compress it "
+                                       "with gzip instead");
   EXPECT_FALSE(exists(out));
 }
 
@@ -201,12 +203,13 @@ TEST_F(Cli, InputErrorKindsMapToExitCodes) {
   EXPECT_EQ(exitCodeFor(InputErrorKind::NotFound), 66);
   EXPECT_EQ(exitCodeFor(InputErrorKind::ReadFailed), 66);
   EXPECT_EQ(exitCodeFor(InputErrorKind::PermissionDenied), 77);
+  EXPECT_EQ(exitCodeFor(InputErrorKind::Unsupported), 65);
 }
 
 TEST_F(Cli, UnreadableInputExits77) {
-  if (::geteuid() == 0) GTEST_SKIP() << "running as root: file permissions do not apply";
   const std::string secret = dir.write("secret.fastq", testing::makeFastq(3));
-  ASSERT_EQ(::chmod(secret.c_str(), 0), 0);
+  const auto denied = testing::makeUnreadable(secret);
+  if (!denied) GTEST_SKIP() << "this process reads every file (running as root)";
   const Outcome outcome = run({"--output", out, secret});
   EXPECT_EQ(outcome.code, kExitPermission);
   EXPECT_EQ(outcome.lastErrLine(), "genostat-qc: error: " + secret + ": permission denied");
@@ -219,30 +222,25 @@ TEST_F(Cli, UnwritableOutputExits73) {
   EXPECT_EQ(outcome.lastErrLine(),
             "genostat-qc: error: " + noFolder + ": cannot write: No such file or directory");
   // A folder in the output's place.
-  outcome = run({"--output", dir.path().string(), good});
+  outcome = run({"--output", dir.folder(), good});
   EXPECT_EQ(outcome.code, kExitCannotWrite);
-  EXPECT_EQ(outcome.lastErrLine().rfind(
-                "genostat-qc: error: " + dir.path().string() + ": cannot write: ", 0),
+  EXPECT_EQ(outcome.lastErrLine().rfind("genostat-qc: error: " + dir.folder() + ": cannot write: ",
+                                        0),
             0u);
   EXPECT_TRUE(std::filesystem::is_directory(dir.path()));
 }
 
 TEST_F(Cli, OutputThatIsAnInputExits73AndKeepsTheInput) {
   const std::string before = testing::readWholeFile(good);
-  const Outcome outcome = run({"--output", good, good});
-  EXPECT_EQ(outcome.code, kExitCannotWrite);
-  EXPECT_EQ(outcome.lastErrLine(),
-            "genostat-qc: error: " + good + ": is also an input file; not overwritten");
-  EXPECT_EQ(testing::readWholeFile(good), before);
-}
-
-TEST_F(Cli, FullDeviceExits73AndIsNotRemoved) {
-  if (!exists("/dev/full")) GTEST_SKIP() << "no /dev/full on this system";
-  const Outcome outcome = run({"--output", "/dev/full", good});
-  EXPECT_EQ(outcome.code, kExitCannotWrite);
-  EXPECT_EQ(outcome.lastErrLine(),
-            "genostat-qc: error: /dev/full: cannot write: No space left on device");
-  EXPECT_TRUE(exists("/dev/full"));
+  // The same file under another spelling of its name is found out too.
+  const std::string sameFile = dir.file("./good.fastq");
+  for (const std::string& output : {good, sameFile}) {
+    const Outcome outcome = run({"--output", output, good});
+    EXPECT_EQ(outcome.code, kExitCannotWrite);
+    EXPECT_EQ(outcome.lastErrLine(),
+              "genostat-qc: error: " + output + ": is also an input file; not overwritten");
+    EXPECT_EQ(testing::readWholeFile(good), before);
+  }
 }
 
 TEST_F(Cli, ExistingOutputIsReplacedWhole) {
@@ -270,17 +268,10 @@ TEST_F(Cli, WorkerFailureExits70AndOutOfMemory75) {
 }
 
 TEST_F(Cli, ThreadedProgressLinesAreMachineReadable) {
-  const std::string fifo = dir.file("slow.fastq");
-  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  const std::string text = testing::makeFastq(1000);
-  std::thread writer([&] {
-    std::ofstream pipe(fifo, std::ios::binary);
-    pipe << text.substr(0, 1000) << std::flush;
-    std::this_thread::sleep_for(std::chrono::milliseconds(700));
-    pipe << text.substr(1000);
-  });
-  const Outcome outcome = run({"--progress", "--threads", "1", "--output", out, good, fifo});
-  writer.join();
+  const auto pipe = testing::slowPipe(dir.folder(), testing::makeFastq(1000), 1000,
+                                      std::chrono::milliseconds(700));
+  const Outcome outcome =
+      run({"--progress", "--threads", "1", "--output", out, good, pipe->path()});
   ASSERT_EQ(outcome.code, kExitOk) << outcome.err;
   std::istringstream lines(outcome.err);
   std::string line;
@@ -297,18 +288,19 @@ TEST(Program, ExitCodesAndLastErrorLine) {
   TempDir dir;
   const std::string good = dir.write("s.fastq", testing::makeFastq(20));
   const std::string out = dir.file("o.csv");
-  Outcome outcome = runProgram({"--output", out, good});
+  Outcome outcome = runProgram(dir, {"--output", out, good});
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.err, "");
   EXPECT_EQ(outcome.out, "");
   EXPECT_NE(testing::readWholeFile(out).find("\ns,NONE,20,"), std::string::npos);
 
-  outcome = runProgram({"--output", out});
+  outcome = runProgram(dir, {"--output", out});
   EXPECT_EQ(outcome.code, 64);
   EXPECT_EQ(outcome.lastErrLine(), "genostat-qc: error: FILE: no input file given");
+  EXPECT_EQ(outcome.err.find('\r'), std::string::npos);  // lines end in "\n" everywhere
 
   const std::string bad = dir.write("bad.fq", "@r\nA C\n+\nIII\n");
-  outcome = runProgram({"--output", out, bad});
+  outcome = runProgram(dir, {"--output", out, bad});
   EXPECT_EQ(outcome.code, 65);
   EXPECT_EQ(outcome.lastErrLine(),
             "genostat-qc: error: " + bad +
@@ -316,15 +308,39 @@ TEST(Program, ExitCodesAndLastErrorLine) {
                 "printable ASCII ('!' to '~') is allowed");
   EXPECT_FALSE(exists(out));
 
-  outcome = runProgram({"--output", out, dir.file("gone.fq")});
+  outcome = runProgram(dir, {"--output", out, dir.file("gone.fq")});
   EXPECT_EQ(outcome.code, 66);
-  outcome = runProgram({"--output", dir.file("x/y.csv"), good});
+  outcome = runProgram(dir, {"--output", dir.file("x/y.csv"), good});
   EXPECT_EQ(outcome.code, 73);
+
+  if (!bzip2Available()) {
+    const std::string bz = dir.write("r.fq.bz2", testing::bzip2Magic());
+    outcome = runProgram(dir, {"--output", out, bz});
+    EXPECT_EQ(outcome.code, 65);
+    EXPECT_EQ(outcome.lastErrLine().rfind("genostat-qc: error: " + bz + ": is compressed with bzip2", 0), 0u);
+  }
+}
+
+// The command line reaches the program in UTF-8 whatever the system hands over, and the CSV it
+// writes holds exactly the bytes the engine made.
+TEST(Program, NamesInAnyScriptAndTheCsvByteForByte) {
+  TempDir dir;
+  const std::string first = dir.write(kWorldlyName + ".fastq", testing::makeFastq(40, 20, 90, 7));
+  const std::string second = dir.write("second.fq.gz", testing::gzipMember(testing::makeFastq(25)));
+  const std::string out = dir.file(kWorldlyName + " result.csv");
+  const Outcome outcome = runProgram(dir, {"--adapter", "ILLUMINA", "--output", out, first, second});
+  ASSERT_EQ(outcome.code, 0) << outcome.err;
+  EngineOptions options;
+  options.metrics.adapter = AdapterSetting::Illumina;
+  EXPECT_EQ(testing::readWholeFile(out),
+            csvDocument(csvColumnNames(), runEngine({first, second}, options)));
+  EXPECT_NE(testing::readWholeFile(out).find("\n" + kWorldlyName + ",ILLUMINA,40,"),
+            std::string::npos);
 }
 
 TEST(Program, IsInstalledBesideTheAnalysisScript) {
   const std::string installed = GENOSTAT_QC_INSTALLED;
-  EXPECT_EQ(::access(installed.c_str(), X_OK), 0) << installed;
+  EXPECT_TRUE(testing::isRunnableFile(installed)) << installed;
 }
 
 }  // namespace

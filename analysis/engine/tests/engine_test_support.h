@@ -2,12 +2,16 @@
 // compressed copies made with the libraries themselves, and a sink that keeps what it is given.
 #pragma once
 
-#include <bzlib.h>
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#ifdef GENOSTAT_HAVE_BZIP2
+#include <bzlib.h>
+#endif
+
 #include <cstdlib>
 #include <filesystem>
+#include <random>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -19,13 +23,21 @@
 namespace genostat::testing {
 
 // A fresh folder under the system's temporary folder, removed with its contents afterwards.
+// Names are UTF-8 on every system (file(), write()), so tests may use any letters in them.
 class TempDir {
  public:
   TempDir() {
-    std::string pattern =
-        (std::filesystem::temp_directory_path() / "genostat-engine-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
+    std::random_device entropy;
+    std::mt19937_64 random(entropy());
+    const auto base = std::filesystem::temp_directory_path();
+    for (int attempt = 0; attempt < 100; ++attempt) {
+      const auto candidate = base / ("genostat-engine-" + std::to_string(random()));
+      if (std::filesystem::create_directory(candidate)) {  // false: the name is taken
+        path_ = candidate;
+        return;
+      }
+    }
+    throw std::runtime_error("cannot make a temporary folder in " + base.u8string());
   }
   ~TempDir() {
     std::error_code ignored;
@@ -34,22 +46,26 @@ class TempDir {
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
-  std::string file(const std::string& name) const { return (path_ / name).string(); }
+  std::string file(const std::string& name) const {
+    return (path_ / std::filesystem::u8path(name)).u8string();
+  }
   std::string write(const std::string& name, const std::string& content) const {
     const std::string path = file(name);
-    std::ofstream out(path, std::ios::binary);
+    std::filesystem::create_directories(std::filesystem::u8path(path).parent_path());
+    std::ofstream out(std::filesystem::u8path(path), std::ios::binary);
     out << content;
     if (!out) throw std::runtime_error("cannot write " + path);
     return path;
   }
   const std::filesystem::path& path() const { return path_; }
+  std::string folder() const { return path_.u8string(); }
 
  private:
   std::filesystem::path path_;
 };
 
 inline std::string readWholeFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in(std::filesystem::u8path(path), std::ios::binary);
   std::ostringstream text;
   text << in.rdbuf();
   return text.str();
@@ -83,6 +99,11 @@ inline std::string gzipMembers(const std::string& text, std::size_t pieceSize) {
   return out;
 }
 
+inline bool exists(const std::string& path) {
+  return std::filesystem::exists(std::filesystem::u8path(path));
+}
+
+#ifdef GENOSTAT_HAVE_BZIP2
 inline std::string bzip2Stream(const std::string& text) {
   unsigned size = static_cast<unsigned>(text.size() + text.size() / 100 + 1024);
   std::string out(size, '\0');
@@ -92,6 +113,11 @@ inline std::string bzip2Stream(const std::string& text) {
   out.resize(size);
   return out;
 }
+#endif
+
+// The start of a bzip2 stream: enough for the engine to recognise one, whether or not it can
+// decode it.
+inline std::string bzip2Magic() { return std::string("BZh91AY&SY\x00\x00\x00\x00", 14); }
 
 struct KeptRecord {
   std::string header, sequence, quality;

@@ -14,6 +14,10 @@
 
 namespace genostat {
 
+namespace platform {
+struct SystemError;
+}
+
 // A compressed stream that is damaged or ends early. The reader turns it into a malformed-input
 // error positioned at the record and line where the good text stops.
 class StreamDamaged : public std::runtime_error {
@@ -38,23 +42,28 @@ enum class Inflater { Default, Isal, Zlib };
 bool isalAvailable();
 Inflater resolveInflater(Inflater requested);
 
+// Whether this build reads bzip2 (builds without the library refuse such files as Unsupported).
+bool bzip2Available();
+
 // Looks at a stream's first bytes: 1F 8B is gzip, "BZh" bzip2, anything else plain text.
 Compression sniffCompression(std::string_view firstBytes);
 
 // Opens `path` for reading. `bytesRead`, when given, counts the raw (compressed) bytes taken from
 // the file so far, for progress reports; `fileSize` receives the file's size. Throws InputError
-// (NotFound for a missing path or a folder, PermissionDenied, ReadFailed).
+// (NotFound for a missing path or a folder, PermissionDenied, ReadFailed). `path` is UTF-8 on
+// every system.
 std::unique_ptr<ByteSource> openFileSource(const std::string& path,
                                            std::atomic<std::uint64_t>* bytesRead = nullptr,
                                            std::uint64_t* fileSize = nullptr);
 
-// The error for a failed open() of `path` with errno `error`.
-InputError openFailure(const std::string& path, int error);
+// The error for a failed open of `path`, from the system's reason.
+InputError openFailure(const std::string& path, const platform::SystemError& reason);
 
 // A source over memory the caller keeps alive.
 std::unique_ptr<ByteSource> memorySource(std::string_view data);
 
 // Wraps `raw` in the decompressor its first bytes call for. `path` names the file in errors.
+// Throws InputError (Unsupported) for a compression this build cannot read.
 std::unique_ptr<ByteSource> openDecodedSource(std::unique_ptr<ByteSource> raw,
                                               const std::string& path,
                                               Inflater inflater = Inflater::Default,

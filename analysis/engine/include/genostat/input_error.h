@@ -13,6 +13,7 @@ enum class InputErrorKind {
   NotFound,          // the input does not exist or is a folder
   PermissionDenied,  // the input exists but may not be read
   ReadFailed,        // any other failure of the operating system while reading
+  Unsupported,       // a compression this build cannot read
 };
 
 class InputError : public std::runtime_error {
