@@ -430,6 +430,27 @@ class EngineErrorLineTest(unittest.TestCase):
                          (None, "alone"))
 
 
+class PlatformEngineTest(unittest.TestCase):
+    def test_on_windows_the_engine_is_the_exe_beside_the_script(self):
+        with mock.patch.object(os, "name", "nt"):
+            windows = load_script_module()
+        self.assertEqual(windows.ENGINE_NAME, "genostat-qc.exe")
+        self.assertEqual(windows.engine_path(),
+                         os.path.join(os.path.dirname(os.path.abspath(SCRIPT_SOURCE)),
+                                      "genostat-qc.exe"))
+        self.assertEqual(genostat.ENGINE_NAME, "genostat-qc")
+
+    def test_a_build_without_bzip2_reaches_the_user_as_a_bad_fastq_file(self):
+        path = "C:\\data\\r 1.fq.bz2"
+        line = ("genostat-qc: error: %s: is compressed with bzip2, which this build of genostat-qc "
+                "cannot read; decompress it, or compress it with gzip instead" % path)
+        error = genostat.map_engine_failure(genostat.ENGINE_DATA, line, [path], "C:\\o.csv")
+        self.assertEqual(error.code, genostat.EXIT_BAD_FASTQ)
+        self.assertEqual(error.value, ": %s: is compressed with bzip2, which this build of "
+                         "genostat-qc cannot read; decompress it, or compress it with gzip "
+                         "instead" % path)
+
+
 class SignalTest(ScriptCase):
     def test_terminated_run_stops_the_engine_and_leaves_nothing(self):
         fq = write_fastq(os.path.join(self.data, "a.fq"))
