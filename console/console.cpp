@@ -1,13 +1,10 @@
 #include "console.h"
 
-#include <dlfcn.h>
-#include <poll.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -22,8 +19,6 @@ namespace zorv {
 
 namespace {
 
-constexpr char kModuleFile[] = "libzorvwgnm.so";
-
 std::string trim(const std::string& s) {
   size_t a = s.find_first_not_of(" \t");
   if (a == std::string::npos) return "";
@@ -37,19 +32,12 @@ std::string lineRef(const std::string& where, int line) {
 
 }  // namespace
 
-bool loadModule(ModuleEntry& entry, std::string& error) {
-  // zorv links the module too, so this finds the copy already mapped; the $ORIGIN run path finds
-  // the file beside zorv otherwise.
-  void* handle = dlopen(kModuleFile, RTLD_NOW);
-  if (handle == nullptr) {
-    const char* why = dlerror();
-    error = std::string("cannot load ") + kModuleFile + ": " + (why ? why : "unknown reason");
-    return false;
-  }
+bool loadModule(ModuleEntry& entry, std::string& error, const std::string& file) {
+  void* handle = platform::loadModule(file, error);
+  if (handle == nullptr) return false;
   auto resolve = [&](const char* name) -> void* {
-    dlerror();
-    void* p = dlsym(handle, name);
-    if (p == nullptr) error = std::string(kModuleFile) + " has no function " + name;
+    void* p = platform::findFunction(handle, name);
+    if (p == nullptr) error = file + " has no function " + name;
     return p;
   };
   void* genostat = resolve("GENOSTAT");
@@ -123,10 +111,7 @@ void Mailbox::post(int32_t id, const void* message) {
     std::lock_guard<std::mutex> lock(mutex_);
     queue_.push_back(std::move(m));
   }
-  // Non-blocking: when the pipe is full the main thread has wake-ups pending anyway.
-  char byte = 'm';
-  ssize_t ignored = write(wakeWriteFd_, &byte, 1);
-  (void)ignored;
+  wake_->post('m');
 }
 
 bool Mailbox::take(ClientMessage& message) {
@@ -155,14 +140,14 @@ std::string elapsed(std::chrono::steady_clock::duration d) {
 
 }  // namespace
 
-Console::Console(const Options& options, const ModuleEntry& module, EventLog& events, int wakeFd,
-                 int wakeWriteFd, std::ostream& human, std::ostream& errors)
+Console::Console(const Options& options, const ModuleEntry& module, EventLog& events,
+                 std::shared_ptr<platform::WakeChannel> wake, std::ostream& human, std::ostream& errors)
     : options_(options),
       module_(module),
-      wakeFd_(wakeFd),
+      wake_(std::move(wake)),
       sink_(human, errors, events),
       host_(sink_),
-      mailbox_(std::make_shared<Mailbox>(wakeWriteFd)) {
+      mailbox_(std::make_shared<Mailbox>(wake_)) {
   // Tables come from generateOutput() on the thread that runs the command: this console's.
   zorvhost::setOutputHandler([this](const zorvhost::OutputTable& table) { sink_.table(table); });
 }
@@ -176,7 +161,7 @@ int Console::run() {
     if (quit_) break;
     switch (source.kind) {
       case Source::Kind::File: {
-        std::ifstream in(source.value, std::ios::binary);
+        std::ifstream in(std::filesystem::u8path(source.value), std::ios::binary);
         if (!in) {
           reportError(source.value, "zorv", std::string("cannot open file: ") + std::strerror(errno));
           break;
@@ -190,7 +175,7 @@ int Console::run() {
         runText(source.value, "-e");
         break;
       case Source::Kind::StandardInput:
-        runStream(STDIN_FILENO, "<stdin>");
+        runStandardInput("<stdin>");
         break;
     }
   }
@@ -218,8 +203,9 @@ void Console::runText(const std::string& text, const std::string& where) {
   for (const auto& chunk : assembler.finish()) handle(chunk, where);
 }
 
-void Console::runStream(int fd, const std::string& where) {
-  interactive_ = isatty(fd) != 0;
+void Console::runStandardInput(const std::string& where) {
+  platform::InputReader input(*wake_);
+  interactive_ = input.interactive();
   sink_.setInteractive(interactive_);
   LineAssembler assembler;
   activeAssembler_ = &assembler;
@@ -228,42 +214,27 @@ void Console::runStream(int fd, const std::string& where) {
     prompt();
   }
   std::string pending;
-  char buf[65536];
-  bool eof = false;
-  while (!eof && !quit_) {
-    pollfd fds[2] = {{fd, POLLIN, 0}, {wakeFd_, POLLIN, 0}};
-    int n = poll(fds, 2, -1);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      reportError(where, "zorv", std::string("cannot wait for input: ") + std::strerror(errno));
+  while (!quit_) {
+    std::string why;
+    platform::InputReader::Result got = input.next(pending, why);
+    if (got == platform::InputReader::Result::Woken) {
+      if (drain() && interactive_ && !quit_) prompt();
+      continue;
+    }
+    if (got == platform::InputReader::Result::Failed) {
+      reportError(where, "zorv", why);
       break;
     }
-    if (fds[1].revents & POLLIN) {
-      if (drain() && interactive_ && !quit_) prompt();
-    }
-    if (quit_) break;
-    if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) {
-      ssize_t got = read(fd, buf, sizeof buf);
-      if (got < 0) {
-        if (errno == EINTR || errno == EAGAIN) continue;
-        reportError(where, "zorv", std::string("cannot read input: ") + std::strerror(errno));
-        break;
+    if (got == platform::InputReader::Result::End) break;
+    size_t eol;
+    while (!quit_ && (eol = pending.find('\n')) != std::string::npos) {
+      std::string line = pending.substr(0, eol);
+      pending.erase(0, eol + 1);
+      for (const auto& chunk : assembler.addLine(line)) {
+        handle(chunk, where);
+        if (quit_) break;
       }
-      if (got == 0) {
-        eof = true;
-        break;
-      }
-      pending.append(buf, static_cast<size_t>(got));
-      size_t eol;
-      while (!quit_ && (eol = pending.find('\n')) != std::string::npos) {
-        std::string line = pending.substr(0, eol);
-        pending.erase(0, eol + 1);
-        for (const auto& chunk : assembler.addLine(line)) {
-          handle(chunk, where);
-          if (quit_) break;
-        }
-        if (interactive_ && !quit_) prompt();
-      }
+      if (interactive_ && !quit_) prompt();
     }
   }
   if (!quit_) {
@@ -363,14 +334,8 @@ void Console::runConsoleCommand(const std::string& text, const std::string& wher
 }
 
 bool Console::drain() {
-  // Read the wake-ups first, so that a message queued after this read wakes the next poll.
-  char bytes[256];
-  ssize_t n;
-  while ((n = read(wakeFd_, bytes, sizeof bytes)) > 0) {
-    for (ssize_t i = 0; i < n; ++i) {
-      if (bytes[i] == 'q') quit_ = true;
-    }
-  }
+  // Take the wake-ups first, so that a message queued after this wakes the next wait.
+  if (wake_->take().find('q') != std::string::npos) quit_ = true;
   bool any = false;
   ClientMessage m;
   while (mailbox_->take(m)) {
@@ -460,9 +425,7 @@ void Console::showRunning() {
 void Console::waitForJobs() {
   auto lastCheck = std::chrono::steady_clock::now() - std::chrono::seconds(1);
   while (jobs_.anyOpen() && !quit_) {
-    pollfd fd = {wakeFd_, POLLIN, 0};
-    int n = poll(&fd, 1, 250);
-    if (n < 0 && errno != EINTR) break;
+    wake_->wait(250);
     if (drain()) continue;
     showRunning();
     auto now = std::chrono::steady_clock::now();
@@ -517,8 +480,7 @@ void Console::cancelRemaining() {
         told = true;
       }
     }
-    pollfd fd = {wakeFd_, POLLIN, 0};
-    poll(&fd, 1, 20);
+    wake_->wait(20);
     drain();
   }
   drain();
@@ -553,7 +515,7 @@ void Console::prompt() {
 
 bool Console::writeHtmlPage() {
   if (options_.outputPath.empty()) return true;
-  std::ofstream out(options_.outputPath, std::ios::binary | std::ios::trunc);
+  std::ofstream out(std::filesystem::u8path(options_.outputPath), std::ios::binary | std::ios::trunc);
   std::string page = sink_.htmlPage();
   out.write(page.data(), static_cast<std::streamsize>(page.size()));
   out.close();

@@ -27,22 +27,24 @@
 #include "hostcommands.h"
 #include "jobs.h"
 #include "options.h"
+#include "platform/platform.h"
 #include "sink.h"
 
 class GenoStatAlgoManager;
 
 namespace zorv {
 
-// The module's exported C functions, resolved with dlsym as the host's command processor does.
+// The module's exported C functions, resolved by name as the host's command processor does.
 struct ModuleEntry {
   void (*genostat)() = nullptr;
   GenoStatAlgoManager* (*getManager)() = nullptr;
   bool (*cancel)(GenoStatAlgoManager*, const char*) = nullptr;
 };
 
-// dlopen()s the module (found beside zorv through its $ORIGIN run path) and resolves the three
-// functions. On failure returns false with the reason in `error`.
-bool loadModule(ModuleEntry& entry, std::string& error);
+// Loads the module (found beside zorv; `file` names another library for tests) and resolves the
+// three functions. On failure returns false with the reason in `error`.
+bool loadModule(ModuleEntry& entry, std::string& error,
+                const std::string& file = platform::moduleFileName());
 
 // A thread that runs one call at a time for the main thread and hands back its result.
 class ClientThread {
@@ -78,25 +80,25 @@ struct ClientMessage {
 // console has gone finds it alive.
 class Mailbox {
  public:
-  explicit Mailbox(int wakeWriteFd) : wakeWriteFd_(wakeWriteFd) {}
+  explicit Mailbox(std::shared_ptr<platform::WakeChannel> wake) : wake_(std::move(wake)) {}
   // [any] Queues messages 1025 and 1026 (others are ignored) and wakes the main thread.
   void post(int32_t id, const void* message);
   // [main] The oldest queued message; false when there is none.
   bool take(ClientMessage& message);
 
  private:
-  int wakeWriteFd_;
+  std::shared_ptr<platform::WakeChannel> wake_;
   std::mutex mutex_;
   std::deque<ClientMessage> queue_;
 };
 
 class Console {
  public:
-  // `wakeFd`: the read end of a non-blocking pipe; a byte 'q' in it asks the console to quit (the
-  // signal handler writes it), any other byte only wakes it. `wakeWriteFd` is the write end.
-  // `human` and `errors` receive the human-readable output (normally std::cout and std::cerr).
-  Console(const Options& options, const ModuleEntry& module, EventLog& events, int wakeFd,
-          int wakeWriteFd, std::ostream& human, std::ostream& errors);
+  // `wake`: a byte 'q' in it asks the console to quit (the interrupt handler posts it), any other
+  // byte only wakes it. `human` and `errors` receive the human-readable output (normally std::cout
+  // and std::cerr).
+  Console(const Options& options, const ModuleEntry& module, EventLog& events,
+          std::shared_ptr<platform::WakeChannel> wake, std::ostream& human, std::ostream& errors);
   ~Console();  // disconnects the output handler
 
   // [main] Runs every source, then waits for the jobs (or cancels them), then writes the page of
@@ -111,12 +113,12 @@ class Console {
 
  private:
   void runText(const std::string& text, const std::string& where);
-  void runStream(int fd, const std::string& where);
+  void runStandardInput(const std::string& where);
   void handle(const Chunk& chunk, const std::string& where);
   // Runs one command; false when it reported an error.
   bool runCommand(const std::string& text, const std::string& where, bool fromUser);
   void runConsoleCommand(const std::string& text, const std::string& where);
-  // Handles every queued message (and reads the wake pipe); true when anything was handled.
+  // Handles every queued message (and takes the wake-ups); true when anything was handled.
   bool drain();
   void handleMessage(const ClientMessage& m);
   void runJobSyntax(TrackedJob& job, const ClientMessage& m);
@@ -135,7 +137,7 @@ class Console {
 
   const Options& options_;
   ModuleEntry module_;
-  int wakeFd_;
+  std::shared_ptr<platform::WakeChannel> wake_;
   OutputSink sink_;
   HostCommands host_;
   ClientThread client_;

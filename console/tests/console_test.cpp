@@ -3,15 +3,15 @@
 // command, and a job that vanishes without an end message is reported instead of waited for.
 #include "console.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -89,21 +89,19 @@ class ConsoleTest : public ::testing::Test {
     g_script = &script_;
     zorvhost::closeAllDatasets();
     dir_ = std::filesystem::temp_directory_path() /
-           ("zorv-console-test-" + std::to_string(::getpid()));
+           ("zorv-console-test-" + std::to_string(std::random_device{}()));
     std::filesystem::create_directories(dir_);
-    ASSERT_EQ(pipe2(wake_, O_CLOEXEC | O_NONBLOCK), 0);
-    events_ = std::tmpfile();
+    wake_ = std::make_shared<platform::WakeChannel>();
+    eventsPath_ = (dir_ / "events.jsonl").u8string();
+    events_ = platform::openForWriting(eventsPath_);
     ASSERT_NE(events_, nullptr);
-    eventsFd_ = dup(fileno(events_));
     module_.genostat = fakeGenostat;
     module_.getManager = getGenoManagerInstance;  // the real one: it holds none of these jobs
     module_.cancel = fakeCancel;
   }
   void TearDown() override {
     zorvhost::detachClient();
-    close(wake_[0]);
-    close(wake_[1]);
-    close(eventsFd_);
+    if (!ran_ && events_ != nullptr) std::fclose(events_);
     g_script = nullptr;
     zorvhost::closeAllDatasets();
     std::error_code ec;
@@ -111,20 +109,21 @@ class ConsoleTest : public ::testing::Test {
   }
 
   std::string writeFile(const std::string& name, const std::string& text) {
-    std::string path = (dir_ / name).string();
-    std::ofstream(path, std::ios::binary) << text;
+    std::string path = (dir_ / name).u8string();
+    std::ofstream(dir_ / name, std::ios::binary) << text;
     return path;
   }
 
   static std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(std::filesystem::u8path(path), std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
 
   int run(const std::string& text) {
     options_.sources = {{Source::Kind::Text, text}};
+    ran_ = true;
     EventLog log(events_);
-    Console console(options_, module_, log, wake_[0], wake_[1], std::cout, std::cerr);
+    Console console(options_, module_, log, wake_, std::cout, std::cerr);
     zorvhost::attachClient(true, [box = console.mailbox()](int32_t id, const void* m) {
       box->post(id, m);
     });
@@ -137,15 +136,9 @@ class ConsoleTest : public ::testing::Test {
     return status;
   }
 
+  // The events written so far (the log flushes every line).
   std::vector<std::string> eventLines() {
-    std::string all;
-    char buf[4096];
-    ssize_t n;
-    off_t at = 0;
-    while ((n = pread(eventsFd_, buf, sizeof buf, at)) > 0) {
-      all.append(buf, static_cast<size_t>(n));
-      at += n;
-    }
+    std::string all = slurp(eventsPath_);
     std::vector<std::string> lines;
     size_t pos = 0, eol;
     while ((eol = all.find('\n', pos)) != std::string::npos) {
@@ -158,9 +151,10 @@ class ConsoleTest : public ::testing::Test {
   Script script_;
   Options options_;
   ModuleEntry module_;
-  int wake_[2];
+  std::shared_ptr<platform::WakeChannel> wake_;
+  std::string eventsPath_;
   std::FILE* events_ = nullptr;  // owned by the EventLog of run()
-  int eventsFd_ = -1;
+  bool ran_ = false;
   std::string out_, err_;
   std::filesystem::path dir_;
 };
@@ -211,7 +205,7 @@ TEST_F(ConsoleTest, AJobsSyntaxRunsAfterItsEndMessageImportingNamingAndActivatin
 TEST_F(ConsoleTest, EveryCommandOfAJobsSyntaxRunsAfterAFailureAndEachFailureIsReported) {
   script_.endSyntax =
       "GENOSTAT /PRINT MESSAGE=100.\n"
-      "GET DATA /TYPE=TXT /FILE='" + (dir_ / "missing.csv").string() + "'.\n"
+      "GET DATA /TYPE=TXT /FILE='" + (dir_ / "missing.csv").u8string() + "'.\n"
       "DATASET NAME x.\n"
       "RESTORE.\n"
       "FREQUENCIES VARIABLES=GC /NTILES=4.5.\n"
@@ -220,7 +214,7 @@ TEST_F(ConsoleTest, EveryCommandOfAJobsSyntaxRunsAfterAFailureAndEachFailureIsRe
   ASSERT_EQ(script_.commands.size(), 3u);
   EXPECT_EQ(script_.commands[2], "GENOSTAT /DELETE FILE='/tmp/z/1.csv'");
   EXPECT_EQ(err_,
-            "job x:2: GET DATA: cannot open " + (dir_ / "missing.csv").string() +
+            "job x:2: GET DATA: cannot open " + (dir_ / "missing.csv").u8string() +
                 ": No such file or directory\n"
                 "job x:3: DATASET NAME: there is no active dataset to name\n"
                 "job x:4: RESTORE: there are no preserved settings to restore (no PRESERVE before it)\n"
@@ -297,7 +291,7 @@ TEST_F(ConsoleTest, OnlyTheUsersCommandsGetTheMetadata) {
 }
 
 TEST_F(ConsoleTest, TheOutputPageHoldsTablesErrorsAndJobMessages) {
-  options_.outputPath = (dir_ / "session.html").string();
+  options_.outputPath = (dir_ / "session.html").u8string();
   script_.endSyntax = "GENOSTAT /PRINT MESSAGE=100.\nGENOSTAT /DELETE FILE='<b>'.\n";
   EXPECT_EQ(run("GENOSTAT /JOB NAME='x'.\nBOGUS 1."), 1);
   std::string page = slurp(options_.outputPath);
@@ -314,7 +308,7 @@ TEST_F(ConsoleTest, TheOutputPageHoldsTablesErrorsAndJobMessages) {
 }
 
 TEST_F(ConsoleTest, AnOutputPageThatCannotBeWrittenFailsTheRun) {
-  options_.outputPath = (dir_ / "no" / "such" / "page.html").string();
+  options_.outputPath = (dir_ / "no" / "such" / "page.html").u8string();
   script_.endSyntax = "GENOSTAT /PRINT MESSAGE=100.\n";
   EXPECT_EQ(run("GENOSTAT /JOB NAME='x'."), 1);
   EXPECT_NE(err_.find(options_.outputPath + ": zorv: cannot write the output page: "), std::string::npos)

@@ -26,6 +26,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/files.h"
 #include "zorvhost/client.h"
 
 namespace zorvhost {
@@ -435,7 +436,7 @@ bool importDelimitedText(const std::string& content, const TextImportSettings& s
 
 bool importDelimitedFile(const std::string& path, const TextImportSettings& settings, DatasetData& data,
                          std::vector<std::string>& notes, std::string& error) {
-  std::FILE* f = std::fopen(path.c_str(), "rbe");
+  std::FILE* f = platform::openFile(path, "rb");
   if (f == nullptr) return fail(error, "cannot open " + path + ": " + std::strerror(errno));
   std::string content;
   char buf[65536];

@@ -19,6 +19,7 @@
 //
 // LookUp looks in the procedure's table, then in the global table, and falls back to the key.
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <mutex>
@@ -103,7 +104,7 @@ using Table = std::map<std::string, std::string>;
 // Loads one table file into `table`; a missing file leaves it empty (LookUp then gives the key).
 void loadTableFile(const std::string& path, Table& table) {
   table.clear();
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in(std::filesystem::u8path(path), std::ios::binary);
   if (!in) return;
   std::ostringstream text;
   text << in.rdbuf();

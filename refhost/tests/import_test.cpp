@@ -1,12 +1,12 @@
 // The host's delimited text import: records, qualifiers, the first case line, typing by the share
 // of numbers, missing values, names, and every refusal with the line it names.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -212,24 +212,33 @@ TEST(Import, EveryRefusalSaysWhatIsWrongAndLeavesTheDataAlone) {
 }
 
 TEST(Import, FilesAreReadWholeAndUnreadableOnesAreNamed) {
-  auto dir = std::filesystem::temp_directory_path() / ("zorv-import-" + std::to_string(::getpid()));
-  std::filesystem::create_directories(dir);
-  std::string path = (dir / "r.csv").string();
-  std::ofstream(path, std::ios::binary) << "a\n1\n2\n";
+  // A folder and a file with non-ASCII names: the path arrives as UTF-8 on every system.
+  namespace fs = std::filesystem;
+  auto dir = fs::temp_directory_path() /
+             fs::u8path("zorv-import-\xC3\xA4\xE6\x97\xA5-" + std::to_string(std::random_device{}()));
+  fs::create_directories(dir);
+  std::string path = (dir / fs::u8path("r\xC3\xBC.csv")).u8string();
+  // Bytes as written, CRLF line ends included: nothing may translate them on the way in.
+  std::ofstream(fs::u8path(path), std::ios::binary) << "a,b\r\n1,\"x\r\ny\"\r\n2,z\r\n";
   DatasetData data;
   std::vector<std::string> notes;
   std::string error;
-  ASSERT_TRUE(zorvhost::importDelimitedFile(path, csvSettings({"a"}), data, notes, error)) << error;
+  ASSERT_TRUE(zorvhost::importDelimitedFile(path, csvSettings({"a", "b"}), data, notes, error)) << error;
   EXPECT_EQ(data.cases, 2u);
+  ASSERT_EQ(data.variables.size(), 2u);
+  EXPECT_EQ(data.variables[0].numbers, (std::vector<double>{1, 2}));
+  EXPECT_EQ(data.variables[1].strings, (std::vector<std::string>{"x\r\ny", "z"}));
 
-  EXPECT_FALSE(zorvhost::importDelimitedFile((dir / "none.csv").string(), csvSettings({"a"}), data, notes, error));
-  EXPECT_EQ(error, "cannot open " + (dir / "none.csv").string() + ": No such file or directory");
-  EXPECT_FALSE(zorvhost::importDelimitedFile(dir.string(), csvSettings({"a"}), data, notes, error));
-  EXPECT_EQ(error, "cannot read " + dir.string() + ": Is a directory");
-  std::ofstream(path, std::ios::binary) << "a\n1,2\n";
+  const std::string none = (dir / "none.csv").u8string();
+  EXPECT_FALSE(zorvhost::importDelimitedFile(none, csvSettings({"a"}), data, notes, error));
+  EXPECT_EQ(error, "cannot open " + none + ": No such file or directory");
+  EXPECT_FALSE(zorvhost::importDelimitedFile(dir.u8string(), csvSettings({"a"}), data, notes, error));
+  EXPECT_EQ(error, "cannot open " + dir.u8string() + ": Is a directory");
+  std::ofstream(fs::u8path(path), std::ios::binary) << "a\n1,2\n";
   EXPECT_FALSE(zorvhost::importDelimitedFile(path, csvSettings({"a"}), data, notes, error));
   EXPECT_EQ(error, path + ": line 2 holds 2 values, more than the 1 variables");
-  std::filesystem::remove_all(dir);
+  EXPECT_EQ(data.cases, 2u);  // a refusal leaves the data alone
+  fs::remove_all(dir);
 }
 
 }  // namespace

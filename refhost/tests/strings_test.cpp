@@ -3,12 +3,12 @@
 #include "host/strings.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -89,21 +89,23 @@ TEST(StringTableFormat, LineNumbersCountCommentsAndBlankLines) {
   EXPECT_EQ(p.issues[0].line, 4);
 }
 
-// A throw-away installation folder with string tables in it.
+// A throw-away installation folder with string tables in it. Its name is not ASCII: installation
+// folders are named by users, and the name reaches the tables as UTF-8 on every system.
 class DictionaryTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/zorvhost-strings-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
+    root_ = (fs::temp_directory_path() /
+             fs::u8path("zorvhost-strings-\xC3\xA4\xE2\x9C\x93-" + std::to_string(std::random_device{}())))
+                .u8string();
+    ASSERT_TRUE(fs::create_directories(fs::u8path(root_)));
     zorvhost::setLanguage("en");
   }
   void TearDown() override {
     zorvhost::setLanguage("en");
-    fs::remove_all(root_);
+    fs::remove_all(fs::u8path(root_));
   }
   void write(const std::string& relative, const std::string& text) {
-    fs::path p = fs::path(root_) / relative;
+    fs::path p = fs::u8path(root_) / relative;
     fs::create_directories(p.parent_path());
     std::ofstream(p, std::ios::binary) << text;
   }
@@ -164,6 +166,26 @@ TEST_F(DictionaryTest, LanguageSelectsTheFolderAtLoadTime) {
 
   zorvhost::setLanguage("");
   EXPECT_EQ(zorvhost::language(), "en");
+}
+
+TEST_F(DictionaryTest, TablesWithCrLfLinesReadAsWithLf) {
+  write("strings/en/GENOSTAT.txt", "# edited on Windows\r\nSummary\tS\r\n\r\nCount\tC\r\n");
+  FacSTDictionary dict(root_);
+  ::testing::internal::CaptureStderr();
+  dict.SetProcedure("GENOSTAT");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(dict.LookUp("Summary"), "S");
+  EXPECT_EQ(dict.LookUp("Count"), "C");
+}
+
+// The installation folder the build produces: the console's default, on every system.
+TEST(InstalledTables, TheBuildsInstallationFolderGivesTheGermanTexts) {
+  zorvhost::setLanguage("de");
+  FacSTDictionary dict(ZORVHOST_INSTALL_DIR);
+  dict.SetProcedure("GENOSTAT");
+  zorvhost::setLanguage("en");
+  EXPECT_EQ(dict.LookUp("Summary"), "Zusammenfassung");
+  EXPECT_EQ(dict.LookUp("Unknown error occurred"), "Unbekannter Fehler aufgetreten");
 }
 
 TEST_F(DictionaryTest, MalformedLinesAreReportedWithFileAndLine) {

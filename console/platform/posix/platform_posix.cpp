@@ -1,0 +1,181 @@
+// zorv's system layer on POSIX: dlopen, a non-blocking self-pipe, signals, poll.
+#include "platform/platform.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+
+namespace zorv::platform {
+
+const char* moduleFileName() { return "libzorvwgnm.so"; }
+
+void* loadModule(const std::string& file, std::string& error) {
+  // zorv links the module too, so this finds the copy already mapped; the $ORIGIN run path finds
+  // the file beside zorv otherwise.
+  void* handle = dlopen(file.c_str(), RTLD_NOW);
+  if (handle == nullptr) {
+    const char* why = dlerror();
+    error = "cannot load " + file + ": " + (why ? why : "unknown reason");
+  }
+  return handle;
+}
+
+void* findFunction(void* module, const char* name) {
+  dlerror();
+  return dlsym(module, name);
+}
+
+// ---- WakeChannel: a pipe whose write end a signal handler may use ------------------------------
+
+struct WakeChannel::State {
+  int fds[2] = {-1, -1};
+  // Set with every 'q' as well: a full pipe may drop the byte, never the request to quit.
+  std::atomic<bool> quit{false};
+};
+
+WakeChannel::WakeChannel() : state_(std::make_unique<State>()) {
+  if (pipe2(state_->fds, O_CLOEXEC | O_NONBLOCK) != 0) {
+    throw std::runtime_error(std::string("cannot create a pipe: ") + std::strerror(errno));
+  }
+}
+
+WakeChannel::~WakeChannel() {
+  close(state_->fds[0]);
+  close(state_->fds[1]);
+}
+
+void WakeChannel::post(char byte) {
+  // Async-signal-safe. A full pipe drops the byte: the reader has wake-ups pending anyway.
+  if (byte == 'q') state_->quit.store(true);
+  ssize_t ignored = write(state_->fds[1], &byte, 1);
+  (void)ignored;
+}
+
+std::string WakeChannel::take() {
+  std::string bytes;
+  char buf[256];
+  ssize_t n;
+  while ((n = read(state_->fds[0], buf, sizeof buf)) > 0) bytes.append(buf, static_cast<size_t>(n));
+  if (state_->quit.exchange(false) && bytes.find('q') == std::string::npos) bytes += 'q';
+  return bytes;
+}
+
+bool WakeChannel::wait(int timeoutMs) {
+  pollfd fd = {state_->fds[0], POLLIN, 0};
+  // An interrupted wait counts as a wake-up without a byte: every caller waits in a loop.
+  return poll(&fd, 1, timeoutMs) > 0 && (fd.revents & POLLIN) != 0;
+}
+
+// ---- Interrupts ---------------------------------------------------------------------------------
+
+namespace {
+
+std::atomic<WakeChannel*> g_interruptChannel{nullptr};
+static_assert(std::atomic<WakeChannel*>::is_always_lock_free, "used in a signal handler");
+static_assert(std::atomic<bool>::is_always_lock_free, "used in a signal handler");
+
+extern "C" void onInterrupt(int) {
+  // Only async-signal-safe work here (an atomic store, a write): the main loop sees the byte and
+  // quits.
+  int saved = errno;
+  if (WakeChannel* channel = g_interruptChannel.load()) channel->post('q');
+  errno = saved;
+}
+
+}  // namespace
+
+bool catchInterrupts(WakeChannel& channel, std::string& error) {
+  g_interruptChannel.store(&channel);
+  struct sigaction sa {};
+  sa.sa_handler = onInterrupt;
+  sigemptyset(&sa.sa_mask);
+  for (int sig : {SIGINT, SIGTERM}) {
+    if (sigaction(sig, &sa, nullptr) != 0) {
+      error = std::string("cannot catch interrupts: ") + std::strerror(errno);
+      return false;
+    }
+  }
+  return true;
+}
+
+bool interruptSelf() { return raise(SIGINT) == 0; }
+
+// ---- InputReader: poll on standard input and the channel's read end ---------------------------
+
+struct InputReader::State {};
+
+InputReader::InputReader(WakeChannel& channel) : channel_(channel) {}
+InputReader::~InputReader() = default;
+
+bool InputReader::interactive() const { return isatty(STDIN_FILENO) != 0; }
+
+InputReader::Result InputReader::next(std::string& data, std::string& error) {
+  for (;;) {
+    pollfd fds[2] = {{STDIN_FILENO, POLLIN, 0}, {channel_.state_->fds[0], POLLIN, 0}};
+    if (poll(fds, 2, -1) < 0) {
+      if (errno == EINTR) continue;
+      error = std::string("cannot wait for input: ") + std::strerror(errno);
+      return Result::Failed;
+    }
+    if (fds[1].revents & POLLIN) return Result::Woken;
+    if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) {
+      char buf[65536];
+      ssize_t got = read(STDIN_FILENO, buf, sizeof buf);
+      if (got < 0) {
+        if (errno == EINTR || errno == EAGAIN) continue;
+        error = std::string("cannot read input: ") + std::strerror(errno);
+        return Result::Failed;
+      }
+      if (got == 0) return Result::End;
+      data.append(buf, static_cast<size_t>(got));
+      return Result::Data;
+    }
+  }
+}
+
+// ---- Terminal, files and folders --------------------------------------------------------------
+
+bool standardOutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
+
+std::FILE* takeStandardOutput(std::string& error) {
+  std::fflush(stdout);
+  int fd = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+  if (fd < 0 || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+    error = std::strerror(errno);
+    if (fd >= 0) close(fd);
+    return nullptr;
+  }
+  std::FILE* f = fdopen(fd, "w");
+  if (f == nullptr) {
+    error = std::strerror(errno);
+    close(fd);
+  }
+  return f;
+}
+
+std::FILE* openForWriting(const std::string& path) { return std::fopen(path.c_str(), "we"); }
+
+bool makeTemporaryFolder(std::string& path, std::string& error, const std::string& base) {
+  std::string folder = base;
+  if (folder.empty()) {
+    const char* tmpdir = std::getenv("TMPDIR");
+    folder = tmpdir && *tmpdir ? tmpdir : "/tmp";
+  }
+  std::string pattern = folder + "/zorv-XXXXXX";
+  if (mkdtemp(pattern.data()) == nullptr) {
+    error = "cannot create a temporary folder " + pattern + ": " + std::strerror(errno);
+    return false;
+  }
+  path = pattern;
+  return true;
+}
+
+}  // namespace zorv::platform
