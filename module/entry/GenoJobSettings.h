@@ -69,7 +69,9 @@ struct GenoJobSettings {
 
   std::vector<std::string> fastqFiles;
   std::string fastqFolder;
-  AdapterType adapterType = AdapterType::NONE;
+  // `enum` spelled out: <windows.h> declares an enumerator AdapterType at global scope, which hides
+  // the type's plain name in every file that includes both.
+  enum AdapterType adapterType = AdapterType::NONE;
   std::string customAdapterSequence;
   std::unique_ptr<DescriptivesOptions> descriptives;
   std::unique_ptr<FrequenciesOptions> frequencies;

@@ -16,7 +16,7 @@ namespace genostat::entry {
 void buildGrammar(CommandDescriptor& descriptor);
 
 // Exact, case-sensitive keyword mappings; anything unknown gives the first value of the enum.
-AdapterType adapterTypeFromKeyword(const std::string& keyword);
+enum AdapterType adapterTypeFromKeyword(const std::string& keyword);
 RegressionMethod regressionMethodFromKeyword(const std::string& keyword);
 // The CI number as the record keeps it: C's "%f" (95 -> "95.000000").
 std::string formatConfidenceInterval(double value);

@@ -36,7 +36,7 @@ ClockFunction setClock(ClockFunction clock);
 char pathSeparator();
 
 // Terminates `pid` and every process descended from it, children before parents. True when the
-// root process itself was terminated. Never signals a pid of 1 or below.
+// root process itself was terminated. Ids of 0 and below are refused (on POSIX 1 as well, init).
 bool killProcessTree(int pid);
 
 // ---- analysis processes ----

@@ -11,7 +11,9 @@
 bool GenoStatAlgoManager::parseCSVForCounts(const std::string& path, int32_t& samples,
                                             int32_t& variables) {
   // std::ifstream takes no lock on the file, so the script or the host may hold it open meanwhile.
-  std::ifstream in(path);
+  // Binary, so a line holding only a carriage return is the same non-empty line on every system:
+  // Windows' text mode would fold its CR LF into an empty line that no longer counts.
+  std::ifstream in(path, std::ios::binary);
   if (!in.is_open()) return false;
 
   samples = 0;

@@ -2,11 +2,6 @@
 // and the host data it caches when it is loaded.
 #include <gtest/gtest.h>
 
-#ifndef _WIN32
-#include <dlfcn.h>
-#endif
-
-#include <cstdio>
 #include <cstdlib>
 #include <set>
 #include <sstream>
@@ -15,6 +10,7 @@
 #include "host/commonblocks.h"
 #include "jobs/GenoStatAlgoManager.h"
 #include "jobs/ModuleLoad.h"
+#include "module_test_support.h"
 
 namespace {
 
@@ -30,39 +26,11 @@ std::string moduleLibrary() {
 
 bool startsWith(const std::string& text, const std::string& prefix) { return text.rfind(prefix, 0) == 0; }
 
-// Defined dynamic symbols of `library`, or an error text in `error`.
-std::set<std::string> definedDynamicSymbols(const std::string& library, std::string& error) {
-  std::set<std::string> names;
-  const std::string command = "nm -D --defined-only '" + library + "' 2>&1";
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (pipe == nullptr) {
-    error = "cannot run nm";
-    return names;
-  }
-  std::string output;
-  char buffer[4096];
-  size_t n;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
-  const int status = ::pclose(pipe);
-  if (status != 0) {
-    error = "nm failed: " + output;
-    return names;
-  }
-  std::istringstream lines(output);
-  std::string line;
-  while (std::getline(lines, line)) {
-    // "<address> <type> <name>"; the name is the last field.
-    const std::string::size_type blank = line.rfind(' ');
-    if (blank != std::string::npos) names.insert(line.substr(blank + 1));
-  }
-  return names;
-}
-
 TEST(Exports, ExactlyTheEntryTheClientFunctionsAndTheManager) {
   const std::string library = moduleLibrary();
   if (library.empty()) GTEST_SKIP() << "the build did not say where the module library is";
   std::string error;
-  const std::set<std::string> names = definedDynamicSymbols(library, error);
+  const std::set<std::string> names = mt::exportedNames(library, error);
   ASSERT_TRUE(error.empty()) << error;
 
   const std::string manager = "_ZN19GenoStatAlgoManager";        // members and static data
@@ -106,9 +74,7 @@ TEST(ModuleLoad, CachesTheCommonBlocksInLoadOrder) {
 TEST(ModuleLoad, HandleIsTheLoadedModulesBase) {
   // The handle names the object that holds the module's code: the library for the host, this
   // binary here, whose objects include the module's.
-  Dl_info info{};
-  ASSERT_NE(::dladdr(reinterpret_cast<void*>(&getGenoManagerInstance), &info), 0);
-  EXPECT_EQ(genostat::load::moduleHandle(), info.dli_fbase);
+  EXPECT_EQ(genostat::load::moduleHandle(), mt::loadedObjectBase(reinterpret_cast<const void*>(&getGenoManagerInstance)));
 }
 
 }  // namespace

@@ -2,10 +2,6 @@
 // limit, which names are taken, automatic names, cancels, client messages and shutdown.
 #include <gtest/gtest.h>
 
-#ifndef _WIN32
-#include <dlfcn.h>
-#endif
-
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -16,7 +12,6 @@
 
 #include "entry/GenomicParserException.h"
 #include "module_test_support.h"
-#include "process_test_support.h"
 
 // ---- free watch: the binary's global operator delete -------------------------------------------
 
@@ -24,6 +19,7 @@ namespace mt::freewatch {
 namespace {
 constexpr int kSlots = 64;
 std::atomic<const void*> g_watched[kSlots];
+}  // namespace
 
 void noteFree(const void* pointer) {
   if (pointer == nullptr) return;
@@ -33,7 +29,6 @@ void noteFree(const void* pointer) {
     g_watched[i].compare_exchange_strong(expected, nullptr);
   }
 }
-}  // namespace
 
 void watch(const void* pointer) {
   for (int i = 0; i < kSlots; ++i) {
@@ -55,31 +50,6 @@ void forget() {
 }
 }  // namespace mt::freewatch
 
-#ifndef _WIN32
-// Only delete is replaced, and it hands every pointer on to the definition it displaces (the
-// standard library's, or a sanitizer's), so allocation and release stay one matched pair.
-namespace {
-template <typename Function>
-Function nextDefinition(const char* name) {
-  static_assert(sizeof(Function) == sizeof(void*), "function pointers are plain addresses here");
-  void* symbol = ::dlsym(RTLD_NEXT, name);
-  Function function = nullptr;
-  std::memcpy(&function, &symbol, sizeof function);
-  return function;
-}
-}  // namespace
-
-void operator delete(void* p) noexcept {
-  static const auto next = nextDefinition<void (*)(void*)>("_ZdlPv");
-  mt::freewatch::noteFree(p);
-  next(p);
-}
-void operator delete(void* p, std::size_t size) noexcept {
-  static const auto next = nextDefinition<void (*)(void*, std::size_t)>("_ZdlPvm");
-  mt::freewatch::noteFree(p);
-  next(p, size);
-}
-#endif  // _WIN32: the free watch sees nothing there yet
 
 namespace mt {
 namespace {
@@ -392,25 +362,6 @@ TEST(CancelRunning, NotStartedProcessStillCancelsAndTheRunningJobIsMatchedFirst)
   expectCancelEnd(messages[0], "live");
   Peer::setCurrentJob(*manager, nullptr, -1);
 }
-
-#ifndef _WIN32
-TEST(CancelRunning, KillsTheStoredProcess) {
-  Client client;
-  auto manager = Peer::make();
-  const pid_t launcher = process_test::startShell("exec sleep 600", true);
-  ASSERT_GT(launcher, 1);
-  GenoJobSettings running;
-  running.jobName = "live";
-  Peer::setCurrentJob(*manager, &running, launcher);
-  EXPECT_TRUE(manager->cancelJob("live"));
-  const int status = process_test::reap(launcher);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-  EXPECT_EQ(running.jobStatus.load(), JobStatus::Cancelled);
-  EXPECT_EQ(client.messages().size(), 1u);
-  EXPECT_EQ(Peer::processId(*manager), launcher) << "the id is never reset by a cancel";
-  Peer::setCurrentJob(*manager, nullptr, -1);
-}
-#endif
 
 TEST(CancelAllPending, MessagesPendingJobsOnlyFreesAllAndLeavesTheRunningJob) {
   Client client;

@@ -15,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,15 +23,10 @@
 #include "entry/GenoJobSettings.h"
 #include "host/messages.h"
 #include "jobs/GenoStatAlgoManager.h"
+#include "platform/platform.h"
 #include "test_peer.h"
 #include "zorvhost/client.h"
 #include "zorvhost/output.h"
-
-#ifndef _WIN32
-#include <sys/stat.h>
-
-#include "platform/posix/process_tree.h"
-#endif
 
 namespace mt {
 
@@ -48,7 +44,8 @@ class ScratchFolder {
     for (int attempt = 0; attempt < 100 && path_.empty(); ++attempt) {
       const auto candidate = base / ("genostat-test-" + std::to_string(random()));
       std::error_code ec;
-      if (std::filesystem::create_directory(candidate, ec)) path_ = candidate.string();
+      // Forward slashes on every system, so paths can go into JSON plans as they are.
+      if (std::filesystem::create_directory(candidate, ec)) path_ = candidate.generic_u8string();
     }
   }
   ~ScratchFolder() {
@@ -62,7 +59,7 @@ class ScratchFolder {
   std::string file(const std::string& name) const { return path_ + "/" + name; }
   // Writes `content` byte for byte and returns the file's path.
   std::string write(const std::string& name, const std::string& content) const {
-    std::ofstream(file(name), std::ios::binary) << content;
+    std::ofstream(std::filesystem::u8path(file(name)), std::ios::binary) << content;
     return file(name);
   }
 
@@ -242,25 +239,32 @@ namespace freewatch {
 void watch(const void* pointer);
 bool freed(const void* pointer);
 void forget();  // stops watching everything
+void noteFree(const void* pointer);  // called by the replaced operator delete
 }  // namespace freewatch
 
-#ifndef _WIN32
-
-inline bool processGone(pid_t pid) { return !genostat::platform::posix::processAlive(pid); }
+// ---- what each system provides (posix/fixture_posix.cpp, win32/fixture_win32.cpp) -------------
 
 // How the installation folder is laid out.
 enum class Launcher { Runs, Missing, NotExecutable };
 
-// Writes the installation folder: <base>/statisticspython3 and <base>/scripts/genostat.pyc.
-inline void install(const std::string& base, Launcher launcher, bool scriptInScripts = true) {
-  std::filesystem::create_directories(base + "/scripts");
-  const std::string script = scriptInScripts ? base + "/scripts/genostat.pyc" : base + "/genostat.pyc";
-  std::filesystem::copy_file(GENOSTAT_STANDIN_PYC, script, std::filesystem::copy_options::overwrite_existing);
-  if (launcher == Launcher::Missing) return;
-  const std::string path = base + "/statisticspython3";
-  std::ofstream(path) << "#!/bin/sh\nexec \"" GENOSTAT_TEST_PYTHON "\" -S \"$@\"\n";
-  ::chmod(path.c_str(), launcher == Launcher::Runs ? 0755 : 0644);
-}
+// Writes the installation folder: its launcher (a script that runs the stand-in analysis) and
+// scripts/genostat.pyc (or genostat.pyc beside the launcher).
+void install(const std::string& base, Launcher launcher, bool scriptInScripts = true);
+
+// True when no live process has the id `pid`.
+bool processGone(int pid);
+
+// A test folder as the host hands folders to the module: with the system's own separators.
+std::string hostPath(const std::string& path);
+
+// The names a built module library exports, or an error text in `error`.
+std::set<std::string> exportedNames(const std::string& library, std::string& error);
+
+// The base address of the loaded object (library or program) that holds `code`.
+void* loadedObjectBase(const void* code);
+
+// Whether the stand-in can end itself by a signal, as the POSIX one can.
+extern const bool kStandInEndsBySignal;
 
 // A test with its own installation and temporary folders, an attached client, and a fresh manager
 // with a live worker as the module's instance (so GENOSTAT reaches it too).
@@ -282,8 +286,8 @@ class RunTest : public ::testing::Test {
     tempDir_ = scratch_.path() + "/temp";
     std::filesystem::create_directories(tempDir_);
     install(installDir_, Launcher::Runs);
-    zorvhost::setInstallPath(installDir_);
-    zorvhost::setTempPath(tempDir_);
+    zorvhost::setInstallPath(hostPath(installDir_) + genostat::platform::pathSeparator());
+    zorvhost::setTempPath(hostPath(tempDir_));
   }
 
   // Writes a plan for the stand-in into a file of its own and returns the file's path.
@@ -330,7 +334,5 @@ class RunTest : public ::testing::Test {
   std::vector<std::string> submitted_;
   int plans_ = 0;
 };
-
-#endif  // _WIN32
 
 }  // namespace mt

@@ -1,7 +1,5 @@
 // The worker: jobs run one at a time in submission order, from command to client messages; jobs
 // cancelled while queued or while running; the manager's shutdown with a job in hand.
-#ifndef _WIN32
-
 #include <string>
 #include <vector>
 
@@ -130,4 +128,3 @@ TEST_F(WorkerTest, NullRecordInTheQueueIsSkipped) {
 }  // namespace
 }  // namespace mt
 
-#endif  // _WIN32

@@ -1,6 +1,4 @@
-// The module's load hook on Windows.
-//
-// TO BE COMPLETED BY THE WINDOWS ISSUE: not compiled or run yet (see platform_win32.cpp).
+// The module's load hook on Windows: process attach hands the module's own handle on.
 #include <windows.h>
 
 #include "jobs/ModuleLoad.h"

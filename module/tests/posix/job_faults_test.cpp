@@ -1,8 +1,6 @@
 // Faults around a job run: the result CSV missing, empty or header-only; a hanging script with
 // children and grandchildren, cancelled; the queue limit with a job running; cancels racing with
 // the worker.
-#ifndef _WIN32
-
 #include <atomic>
 #include <chrono>
 #include <sstream>
@@ -153,4 +151,3 @@ TEST_F(JobFaultsTest, CancelsRacingWithTheWorkerEndEachJobExactlyOnce) {
 }  // namespace
 }  // namespace mt
 
-#endif  // _WIN32

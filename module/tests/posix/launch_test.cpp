@@ -1,7 +1,5 @@
 // Starting the analysis: the platform's process calls on their own, then the command line, the
 // process the stand-in script finds itself in, and the launches that cannot go ahead.
-#ifndef _WIN32
-
 #include <fcntl.h>
 #include <rapidjson/document.h>
 #include <signal.h>
@@ -198,4 +196,3 @@ TEST_F(LaunchTest, NullRecordIsRefused) {
 }  // namespace
 }  // namespace mt
 
-#endif  // _WIN32

@@ -2,8 +2,6 @@
 // ids are reported back through a pipe, and waiting for a process to end.
 #pragma once
 
-#ifndef _WIN32
-
 #include <signal.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -104,4 +102,3 @@ inline void killTree(const Tree& tree) {
 
 }  // namespace process_test
 
-#endif  // _WIN32

@@ -1,7 +1,5 @@
 // The POSIX process-tree kill on real processes: a launcher leading its own group, its child and
 // grandchild; an orphaned grandchild; ids that must never be signalled.
-#ifndef _WIN32
-
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -169,7 +167,23 @@ TEST(ProcessTree, ManagerKillForwardsToTheTreeKill) {
   EXPECT_EQ(GenoStatAlgoManagerTestPeer::waitForPythonProcessToEnd(*manager), 0);
 }
 
+TEST(CancelRunning, KillsTheStoredProcess) {
+  Client client;
+  auto manager = Peer::make();
+  const pid_t launcher = process_test::startShell("exec sleep 600", true);
+  ASSERT_GT(launcher, 1);
+  GenoJobSettings running;
+  running.jobName = "live";
+  Peer::setCurrentJob(*manager, &running, launcher);
+  EXPECT_TRUE(manager->cancelJob("live"));
+  const int status = process_test::reap(launcher);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+  EXPECT_EQ(running.jobStatus.load(), JobStatus::Cancelled);
+  EXPECT_EQ(client.messages().size(), 1u);
+  EXPECT_EQ(Peer::processId(*manager), launcher) << "the id is never reset by a cancel";
+  Peer::setCurrentJob(*manager, nullptr, -1);
+}
+
 }  // namespace
 }  // namespace mt
 
-#endif  // _WIN32
