@@ -261,6 +261,17 @@ TEST_F(ConsoleTest, NoWaitCancelsStartedJobsFromTheClientThreadAndACancelIsNoFai
   EXPECT_NE(out_.find("Job x cancelled.\n"), std::string::npos) << out_;
 }
 
+TEST_F(ConsoleTest, AnInterruptStopsTheInputAndCancelsTheOpenJobsFromTheClientThread) {
+  script_.sendEnd = false;  // the job would run for ever
+  module_.cancel = answeringCancel;
+  wake_->post('q');  // as the interrupt handler does, before the first command has ended
+  EXPECT_EQ(run("GENOSTAT /JOB NAME='x'.\nGENOSTAT /PRINT MESSAGE=100."), 0) << err_;
+  EXPECT_EQ(script_.commands.size(), 1u);  // nothing after the interrupt runs
+  EXPECT_EQ(script_.cancels, std::vector<std::string>{"x"});
+  EXPECT_NE(script_.cancelThread, std::this_thread::get_id());
+  EXPECT_NE(out_.find("Job x cancelled.\n"), std::string::npos) << out_;
+}
+
 TEST_F(ConsoleTest, ARepeatedEndMessageIsShownButEndsNoOtherJob) {
   options_.waitForJobs = false;
   script_.sendEnd = false;
