@@ -3,7 +3,9 @@
 #   1. a RelWithDebInfo build with warnings as errors: the whole suite;
 #   2. AddressSanitizer + UndefinedBehaviorSanitizer: the whole suite;
 #   3. ThreadSanitizer: the tests that exercise threads (CTest label "threads");
-#   4. libFuzzer (clang): short runs of the command parser and the FASTQ reader from their seed corpora.
+#   4. libFuzzer (clang): short runs of the command parser and the FASTQ reader from their seed corpora;
+#   5. Windows: the whole project cross-compiled with MinGW-w64 (warnings as errors), its unit tests
+#      and the module's job tests run under 64-bit Wine, each with a time limit.
 # Build trees live under build/ (reused when present). Exit status 0 only when every step passed.
 set -euo pipefail
 
@@ -87,6 +89,16 @@ fuzz() {  # <binary> <seed corpus dir> <seconds> [libFuzzer flags...]
 fuzz fuzz_parser "$root/refhost/parser/fuzz-corpus" "$GENOSTAT_FUZZ_SECONDS" -max_len=4096 -timeout=10
 fuzz fuzz_fastq_reader "$root/analysis/engine/fuzz/corpus" 30 -rss_limit_mb=1024
 fuzz fuzz_output "$root/refhost/output/fuzz/corpus" 20
+
+echo "== build: Windows (MinGW-w64 cross build, tests under Wine)"
+# A prefix of the test command's own; only its server is stopped at the end.
+export WINEPREFIX="${WINEPREFIX:-${TMPDIR:-/tmp}/wine-$(id -u)-genostat}"
+trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
+configure_and_build windows -DCMAKE_BUILD_TYPE=Release -DGENOSTAT_WERROR=ON \
+  -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchain-mingw64-posix.cmake"
+windows_start=$SECONDS
+run_ctest "Windows tests (Wine)" windows --timeout 120
+summary[-1]+=" in $((SECONDS - windows_start)) s"
 
 echo
 echo "== summary"
