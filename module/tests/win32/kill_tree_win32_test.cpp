@@ -1,8 +1,5 @@
 // Stopping an analysis on Windows: the Toolhelp walk ends the launcher, the script and everything
 // the script started; ids that are no process are refused.
-#include <windows.h>
-#include <tlhelp32.h>
-
 #include <sstream>
 #include <string>
 
@@ -14,20 +11,6 @@ namespace mt {
 namespace {
 
 namespace platform = genostat::platform;
-
-// The parent id the snapshot shows for `pid`, or 0.
-DWORD parentOf(int pid) {
-  DWORD parent = 0;
-  const HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-  if (snapshot == INVALID_HANDLE_VALUE) return 0;
-  PROCESSENTRY32W entry{};
-  entry.dwSize = sizeof(entry);
-  for (BOOL more = ::Process32FirstW(snapshot, &entry); more; more = ::Process32NextW(snapshot, &entry)) {
-    if (entry.th32ProcessID == static_cast<DWORD>(pid)) parent = entry.th32ParentProcessID;
-  }
-  ::CloseHandle(snapshot);
-  return parent;
-}
 
 // Whatever of a test's processes survived it does not outlive the test.
 struct Survivors {
@@ -63,9 +46,9 @@ TEST_F(KillTreeTest, CancelEndsLauncherScriptChildAndGrandchild) {
   ASSERT_GT(child, 0);
   ASSERT_GT(grandchild, 0);
   // launcher (cmd.exe) -> script -> child -> grandchild
-  EXPECT_EQ(parentOf(script), static_cast<DWORD>(launcher));
-  EXPECT_EQ(parentOf(child), static_cast<DWORD>(script));
-  EXPECT_EQ(parentOf(grandchild), static_cast<DWORD>(child));
+  EXPECT_EQ(parentOf(static_cast<DWORD>(script)), static_cast<DWORD>(launcher));
+  EXPECT_EQ(parentOf(static_cast<DWORD>(child)), static_cast<DWORD>(script));
+  EXPECT_EQ(parentOf(static_cast<DWORD>(grandchild)), static_cast<DWORD>(child));
 
   EXPECT_TRUE(manager_->cancelJob("tree"));
   for (int pid : {grandchild, child, script, launcher}) {
@@ -88,7 +71,7 @@ TEST(KillProcessTree, EndsEveryLevelAndTheRootWithExitCodeOne) {
   ASSERT_TRUE(eventually([&] { return !readAll(idFile).empty(); }));
   const int grandchild = std::stoi(readAll(idFile));
   Survivors survivors{{grandchild, root}};
-  EXPECT_EQ(parentOf(grandchild), static_cast<DWORD>(root));
+  EXPECT_EQ(parentOf(static_cast<DWORD>(grandchild)), static_cast<DWORD>(root));
 
   EXPECT_TRUE(platform::killProcessTree(root));
   EXPECT_EQ(platform::waitForExitKeepingId(root), 1) << "what the waiting launch reads";

@@ -151,23 +151,6 @@ class LaunchTest : public RunTest {
   std::string base() const { return hostPath(installDir_) + "\\"; }
 };
 
-std::string decodeBase64(const std::string& text) {
-  static const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out;
-  unsigned value = 0;
-  int bits = 0;
-  for (const char c : text) {
-    if (c == '=') break;
-    value = (value << 6) | static_cast<unsigned>(alphabet.find(c));
-    bits += 6;
-    if (bits >= 8) {
-      bits -= 8;
-      out.push_back(static_cast<char>((value >> bits) & 0xFF));
-    }
-  }
-  return out;
-}
-
 TEST_F(LaunchTest, LauncherReceivesExactlyThreeQuotedArgumentsWithThePayloadIntact) {
   // Custom sequences of six lengths make parameter texts of every length modulo 3, so several
   // payloads end in '=' padding, which cmd.exe would take for a separator outside quotes.

@@ -19,9 +19,6 @@
 //
 // An input file that cannot be read ends the run with exit code 2 and the file's path in the
 // details file's FILE_PATH, as the real script does.
-#include <windows.h>
-#include <tlhelp32.h>
-
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -31,7 +28,14 @@
 #include <string>
 #include <vector>
 
+#include "win32_test_support.h"
+
 namespace {
+
+using mt::decodeBase64;
+using mt::parentOf;
+using mt::utf8Of;
+using mt::wideOf;
 
 const char* const kColumns[] = {
     "Sample", "Adapter_Type", "Total_Sequences", "Total_Bases", "Sequence_length", "GC",
@@ -42,25 +46,8 @@ const char* const kColumns[] = {
     "qc_score", "median_phred_first_10bp", "median_phred_last_10bp", "mean_phred_all_reads",
     "low_complexity_percentage", "unexpected_bases_percentage", "overrepresented_seq_count"};
 
-std::string utf8(const std::wstring& wide) {
-  if (wide.empty()) return std::string();
-  const int size = ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), nullptr, 0,
-                                         nullptr, nullptr);
-  std::string out(static_cast<size_t>(size), '\0');
-  ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), out.data(), size, nullptr, nullptr);
-  return out;
-}
-
-std::wstring wide(const std::string& text) {
-  if (text.empty()) return std::wstring();
-  const int size = ::MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
-  std::wstring out(static_cast<size_t>(size), L'\0');
-  ::MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(), size);
-  return out;
-}
-
 bool readFile(const std::string& path, std::string& content) {
-  FILE* in = ::_wfopen(wide(path).c_str(), L"rb");
+  FILE* in = ::_wfopen(wideOf(path).c_str(), L"rb");
   if (in == nullptr) return false;
   char buffer[4096];
   size_t n;
@@ -70,28 +57,10 @@ bool readFile(const std::string& path, std::string& content) {
 }
 
 void writeFile(const std::string& path, const std::string& content, const wchar_t* mode = L"wb") {
-  FILE* out = ::_wfopen(wide(path).c_str(), mode);
+  FILE* out = ::_wfopen(wideOf(path).c_str(), mode);
   if (out == nullptr) return;
   std::fwrite(content.data(), 1, content.size(), out);
   std::fclose(out);
-}
-
-std::string base64Decode(const std::string& text) {
-  static const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out;
-  unsigned value = 0;
-  int bits = 0;
-  for (const char c : text) {
-    const size_t index = alphabet.find(c);
-    if (index == std::string::npos) break;  // '=' padding ends the data
-    value = (value << 6) | static_cast<unsigned>(index);
-    bits += 6;
-    if (bits >= 8) {
-      bits -= 8;
-      out.push_back(static_cast<char>((value >> bits) & 0xFF));
-    }
-  }
-  return out;
 }
 
 std::string toJson(const rapidjson::Value& value) {
@@ -104,19 +73,6 @@ std::string toJson(const rapidjson::Value& value) {
 std::string detailsPath(const std::string& csv) {
   const size_t dot = csv.rfind('.');
   return (dot == std::string::npos ? csv : csv.substr(0, dot)) + ".error";
-}
-
-DWORD parentOf(DWORD pid) {
-  DWORD parent = 0;
-  const HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-  if (snapshot == INVALID_HANDLE_VALUE) return 0;
-  PROCESSENTRY32W entry{};
-  entry.dwSize = sizeof(entry);
-  for (BOOL more = ::Process32FirstW(snapshot, &entry); more; more = ::Process32NextW(snapshot, &entry)) {
-    if (entry.th32ProcessID == pid) parent = entry.th32ParentProcessID;
-  }
-  ::CloseHandle(snapshot);
-  return parent;
 }
 
 // Starts this program again with `arguments`; returns the new process's id (0 on failure).
@@ -141,7 +97,7 @@ DWORD startSelf(const std::wstring& arguments) {
 int runDescendant(int argc, wchar_t** argv) {
   if (std::wstring(argv[1]) == L"--child" && argc == 3) {
     const DWORD grandchild = startSelf(L"--grandchild");
-    writeFile(utf8(argv[2]), std::to_string(grandchild));
+    writeFile(utf8Of(argv[2]), std::to_string(grandchild));
   }
   ::Sleep(60000);
   return 0;
@@ -150,7 +106,7 @@ int runDescendant(int argc, wchar_t** argv) {
 int run(int argc, wchar_t** argv) {
   if (argc != 3) return 13;
   rapidjson::Document params;
-  params.Parse(base64Decode(utf8(argv[2])).c_str());
+  params.Parse(decodeBase64(utf8Of(argv[2])).c_str());
   if (params.HasParseError() || !params.IsObject()) return 12;
   const rapidjson::Value& job = params["fastq_data"][0];
   const std::string csvPath = job["CSV_Path"].GetString();
@@ -177,17 +133,17 @@ int run(int argc, wchar_t** argv) {
     echo.SetObject();
     auto& a = echo.GetAllocator();
     rapidjson::Value args(rapidjson::kArrayType);
-    for (int i = 1; i < argc; ++i) args.PushBack(rapidjson::Value(utf8(argv[i]).c_str(), a), a);
+    for (int i = 1; i < argc; ++i) args.PushBack(rapidjson::Value(utf8Of(argv[i]).c_str(), a), a);
     echo.AddMember("argv", args, a);
     echo.AddMember("params", rapidjson::Value(params, a), a);
     echo.AddMember("pid", static_cast<uint64_t>(::GetCurrentProcessId()), a);
     echo.AddMember("ppid", static_cast<uint64_t>(parentOf(::GetCurrentProcessId())), a);
     wchar_t cwd[MAX_PATH] = {};
     ::GetCurrentDirectoryW(MAX_PATH, cwd);
-    echo.AddMember("cwd", rapidjson::Value(utf8(cwd).c_str(), a), a);
+    echo.AddMember("cwd", rapidjson::Value(utf8Of(cwd).c_str(), a), a);
     wchar_t mark[256] = {};
     const DWORD length = ::GetEnvironmentVariableW(L"GENOSTAT_TEST_MARK", mark, 256);
-    echo.AddMember("mark", rapidjson::Value(length > 0 ? utf8(mark).c_str() : "", a), a);
+    echo.AddMember("mark", rapidjson::Value(length > 0 ? utf8Of(mark).c_str() : "", a), a);
     writeFile(plan["echo"].GetString(), toJson(echo));
   }
   if (plan.HasMember("rows") || plan.HasMember("csv")) {
@@ -209,7 +165,7 @@ int run(int argc, wchar_t** argv) {
   if (plan.HasMember("children")) {
     const std::string path = plan["children"].GetString();
     const std::string grandchildFile = path + ".grandchild";
-    const DWORD child = startSelf(L"--child \"" + wide(grandchildFile) + L"\"");
+    const DWORD child = startSelf(L"--child \"" + wideOf(grandchildFile) + L"\"");
     std::string grandchild;
     for (int i = 0; i < 500 && grandchild.empty(); ++i) {
       readFile(grandchildFile, grandchild);
