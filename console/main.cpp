@@ -31,6 +31,18 @@ bool isFolder(const std::string& path) {
   return !path.empty() && std::filesystem::is_directory(std::filesystem::u8path(path), ec);
 }
 
+// Without --install-dir: zorv-install beside the folder that holds zorv (bin/../zorv-install), as
+// both the build tree and a copied installation are laid out; else the folder of the build.
+std::string defaultInstallDir() {
+  const std::string folder = zorv::platform::programFolder();
+  if (!folder.empty()) {
+    const std::filesystem::path bin = std::filesystem::u8path(folder).parent_path();
+    const std::string beside = (bin.parent_path() / "zorv-install").u8string();
+    if (isFolder(beside)) return beside;
+  }
+  return ZORV_DEFAULT_INSTALL_DIR;
+}
+
 // Removes the temporary folder zorv made, whatever the jobs left in it.
 struct TempFolder {
   std::string path;
@@ -76,7 +88,7 @@ int zorv::consoleMain(int argc, char** argv) {
     std::fclose(page);
   }
 
-  std::string installDir = options.installDir.empty() ? ZORV_DEFAULT_INSTALL_DIR : options.installDir;
+  std::string installDir = options.installDir.empty() ? defaultInstallDir() : options.installDir;
   if (!isFolder(installDir)) return fail("installation folder not found: " + installDir);
 
   TempFolder temp;

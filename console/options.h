@@ -18,7 +18,7 @@ struct Options {
   bool batch = false;                  // command-line mode: no interactive client
   std::string eventsPath;              // "" none, "-" standard output, else a file
   std::string outputPath;              // "" none, else the session's HTML page
-  std::string installDir;              // "" the build's installation folder
+  std::string installDir;              // "": zorv-install beside zorv's folder, else the build's
   std::string tempDir;                 // "" a new folder under $TMPDIR or /tmp
   std::string metadataJson;            // handed to the module before each user GENOSTAT
   bool haveMetadata = false;

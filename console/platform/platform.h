@@ -15,6 +15,9 @@ namespace zorv::platform {
 // The file name of the module (found beside zorv).
 const char* moduleFileName();
 
+// The folder that holds the running zorv (UTF-8, with a trailing separator); empty if unknown.
+std::string programFolder();
+
 // Loads the library `file` found beside zorv (normally the module); null with the reason in
 // `error` on failure. It stays loaded for the life of the process.
 void* loadModule(const std::string& file, std::string& error);

@@ -25,6 +25,14 @@ namespace {
 using platform::WakeChannel;
 namespace fs = std::filesystem;
 
+TEST(ProgramFolder, HoldsTheRunningProgramAndTheModuleBesideIt) {
+  const std::string folder = platform::programFolder();
+  ASSERT_FALSE(folder.empty());
+  EXPECT_TRUE(folder.back() == '/' || folder.back() == '\\') << folder;
+  // The tests run from the build's bin/, where the module lies beside every program.
+  EXPECT_TRUE(fs::exists(fs::u8path(folder + platform::moduleFileName()))) << folder;
+}
+
 TEST(WakeChannel, BytesPostedOnAnotherThreadWakeTheWaiterAndAreTakenOnceInOrder) {
   WakeChannel channel;
   EXPECT_FALSE(channel.wait(0));

@@ -15,6 +15,7 @@
 #include "host/platform.h"
 #include "host/procedure.h"
 #include "host/tokens.h"
+#include "platform/files.h"
 #include "zorvhost/client.h"
 
 namespace {
@@ -266,7 +267,9 @@ void setTempPath(const std::string& folder) {
 
 void setInstallPath(const std::string& folder) {
   std::string p = folder;
-  if (!p.empty() && p.back() != '/' && p.back() != '\\') p += '/';
+  // The module appends file names to this folder as they are, and on Windows the launcher's path
+  // goes to cmd.exe: the folder ends in the system's own separator.
+  if (!p.empty() && p.back() != '/' && p.back() != '\\') p += zorvhost::platform::folderSeparator();
   std::lock_guard<std::mutex> lock(stateMutex());
   state().install.set(std::move(p));
 }

@@ -11,4 +11,7 @@ namespace zorvhost::platform {
 // refused with EISDIR on every system.
 std::FILE* openFile(const std::string& path, const char* mode);
 
+// The system's own separator of folders in a path: '/' on POSIX, '\\' on Windows.
+char folderSeparator();
+
 }  // namespace zorvhost::platform

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <set>
 #include <string>
 #include <thread>
@@ -155,11 +156,15 @@ TEST_F(SessionTest, FoldersAsTheModuleReadsThem) {
   zorvhost::setTempPath("/tmp/zorv-abc");
   EXPECT_STREQ(GetZorvTempPath(), "/tmp/zorv-abc");
 
-  // The module concatenates to the install folder, so it must end in a separator.
+  // The module concatenates to the install folder, so it must end in a separator: the system's own
+  // when one is missing.
+  const std::string separator(1, static_cast<char>(std::filesystem::path::preferred_separator));
   zorvhost::setInstallPath("/opt/zorv");
   ASSERT_NE(PathFactory::getPathInstance(3), nullptr);
-  EXPECT_EQ(PathFactory::getPathInstance(3)->getPath(), "/opt/zorv/");
-  EXPECT_EQ(zorvhost::installPath(), "/opt/zorv/");
+  EXPECT_EQ(PathFactory::getPathInstance(3)->getPath(), "/opt/zorv" + separator);
+  EXPECT_EQ(zorvhost::installPath(), "/opt/zorv" + separator);
+  zorvhost::setInstallPath("C:\\zorv");
+  EXPECT_EQ(zorvhost::installPath(), "C:\\zorv" + separator);
   zorvhost::setInstallPath("/opt/zorv/");
   EXPECT_EQ(zorvhost::installPath(), "/opt/zorv/");
   zorvhost::setInstallPath("C:\\zorv\\");

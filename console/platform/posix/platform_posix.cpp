@@ -17,6 +17,14 @@ namespace zorv::platform {
 
 const char* moduleFileName() { return "libzorvwgnm.so"; }
 
+std::string programFolder() {
+  std::string path(4096, '\0');
+  const ssize_t n = ::readlink("/proc/self/exe", path.data(), path.size());
+  if (n <= 0 || static_cast<std::size_t>(n) >= path.size()) return "";
+  path.resize(static_cast<std::size_t>(n));
+  return path.substr(0, path.rfind('/') + 1);
+}
+
 void* loadModule(const std::string& file, std::string& error) {
   // zorv links the module too, so this finds the copy already mapped; the $ORIGIN run path finds
   // the file beside zorv otherwise.

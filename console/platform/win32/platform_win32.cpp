@@ -38,7 +38,7 @@ std::string systemMessage(DWORD code) {
 }
 
 // The folder of the running program, with a trailing separator.
-std::wstring programFolder() {
+std::wstring programFolderWide() {
   std::wstring path(MAX_PATH, L'\0');
   for (;;) {
     DWORD n = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
@@ -56,9 +56,11 @@ std::wstring programFolder() {
 
 const char* moduleFileName() { return "zorvwgnm.dll"; }
 
+std::string programFolder() { return narrow(programFolderWide()); }
+
 void* loadModule(const std::string& file, std::string& error) {
   // By full path, never through the search path: the copy beside zorv.exe is the one it links.
-  std::wstring path = programFolder() + widen(file);
+  std::wstring path = programFolderWide() + widen(file);
   HMODULE module = LoadLibraryW(path.c_str());
   if (module == nullptr) {
     error = "cannot load " + narrow(path) + ": " + systemMessage(GetLastError());

@@ -51,4 +51,6 @@ std::FILE* openFile(const std::string& path, const char* mode) {
   return f;
 }
 
+char folderSeparator() { return '\\'; }
+
 }  // namespace zorvhost::platform
