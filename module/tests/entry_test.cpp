@@ -163,7 +163,8 @@ class InterpretersTest : public ::testing::Test {
 };
 
 TEST_F(InterpretersTest, JobFillsTheRecordInSubmitMode) {
-  const std::string second = dir_.write("b.fq", "@r\nA\n+\nI\n");
+  // A UTF-8 name, as the command text carries it, reaches the file check as UTF-8.
+  const std::string second = dir_.write("b-\xc3\xa9" "chantillon-\xe6\x97\xa5.fq", "@r\nA\n+\nI\n");
   expectClean("GENOSTAT /JOB FILE='" + fastq_ + "' '" + second + "' FOLDER='" + dir_.path() +
               "' NAME='run one' ADAPTERS=ILLUMINA.");
   EXPECT_EQ(record_->mode, JobMode::Submit);
