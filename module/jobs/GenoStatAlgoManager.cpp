@@ -96,7 +96,7 @@ bool GenoStatAlgoManager::isJobPendingOrRunning(const std::string& name) {
 bool GenoStatAlgoManager::cancelJob(const std::string& name) {
   std::lock_guard<std::mutex> lock(m_queueMutex);
   GenoJobSettings* current = m_currentJob.load();
-  if (current != nullptr && current->jobName == name) {
+  if (current != nullptr && current->jobName == name && !m_currentJobEnded.load()) {
     current->jobStatus.store(JobStatus::Cancelled);
     // The stored id may still be the previous job's, or -1, when this job's process has not
     // started yet; the kill is made all the same and its result does not matter here.

@@ -130,6 +130,10 @@ class GENOSTAT_API GenoStatAlgoManager {
   // Set by the worker under the lock when it takes a job; cleared under the lock before the record
   // is freed, so a cancel never reads a freed record.
   std::atomic<GenoJobSettings*> m_currentJob{nullptr};
+  // Set under the lock once the current job's process has ended. The job still counts as running
+  // for name checks until its end message is out (a client that finds it neither queued nor
+  // running must be able to trust that its end message has come), but no cancel reaches it.
+  std::atomic<bool> m_currentJobEnded{false};
   // Filled failure texts waiting for their /PRINT, keyed by the job name as the /PRINT command spells
   // it (blanks as '_') and the message code; oldest first within a key.
   std::map<std::pair<std::string, int32_t>, std::deque<std::string>> m_failureMessages;

@@ -44,7 +44,10 @@ void GenoStatAlgoManager::processJobs() {
       // the running job, so no cancel can reach it while it is being freed. Its status only
       // changes under this lock, so the check is final.
       dropped = job == nullptr || job->jobStatus.load() == JobStatus::Cancelled;
-      if (!dropped) m_currentJob.store(job);
+      if (!dropped) {
+        m_currentJob.store(job);
+        m_currentJobEnded.store(false);
+      }
     }
     if (dropped) {
       delete job;
@@ -63,7 +66,10 @@ void GenoStatAlgoManager::processJobs() {
 void GenoStatAlgoManager::releaseJob(GenoJobSettings* job) {
   {
     std::lock_guard<std::mutex> lock(m_queueMutex);
-    if (m_currentJob.load() == job) m_currentJob.store(nullptr);
+    if (m_currentJob.load() == job) {
+      m_currentJob.store(nullptr);
+      m_currentJobEnded.store(false);
+    }
   }
   delete job;
 }

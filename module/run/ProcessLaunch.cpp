@@ -78,10 +78,11 @@ bool GenoStatAlgoManager::launchPythonProcess(GenoJobSettings* settings) {
   const int exitCode = genostat::platform::waitForExitKeepingId(pid);
   {
     // The ended process still holds its id, so no cancel can kill a stranger that inherits it.
-    // From here on the job is no longer running: a cancel cannot find it, and its status is final.
+    // From here on no cancel reaches the job and its status is final; it leaves the running job
+    // only when its record is released, after its end message.
     std::lock_guard<std::mutex> lock(m_queueMutex);
     m_processId.store(-1);
-    if (m_currentJob.load() == settings) m_currentJob.store(nullptr);
+    if (m_currentJob.load() == settings) m_currentJobEnded.store(true);
   }
   genostat::platform::reapProcess(pid);
 

@@ -135,6 +135,11 @@ class Client {
       return false;
     });
   }
+  // Runs `hook` on the posting thread for every end message, once it has been recorded.
+  void onEnd(std::function<void(const Recorded&)> hook) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    onEnd_ = std::move(hook);
+  }
 
  private:
   std::vector<Recorded> select(const std::function<bool(const Recorded&)>& keep) const {
@@ -159,16 +164,22 @@ class Client {
       r.workbookId = end->workbookId();
       r.paragraphId = end->paragraphId();
     }
-    std::lock_guard<std::mutex> lock(mutex_);
-    messages_.push_back(r);
-    if (id == kEndId) ++endCount_;
-    changed_.notify_all();
+    std::function<void(const Recorded&)> hook;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      messages_.push_back(r);
+      if (id == kEndId) ++endCount_;
+      changed_.notify_all();
+      if (id == kEndId) hook = onEnd_;
+    }
+    if (hook) hook(r);
   }
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Recorded> messages_;
   std::size_t endCount_ = 0;
+  std::function<void(const Recorded&)> onEnd_;
 };
 
 // A new record named `name`; the host holds no metadata in these tests, so the ids stay -1.

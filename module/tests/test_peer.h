@@ -52,6 +52,7 @@ class GenoStatAlgoManagerTestPeer {
   // Pretends a job is running: the record (ownership stays with the caller) and its process id.
   static void setCurrentJob(GenoStatAlgoManager& m, GenoJobSettings* job, int32_t pid) {
     m.m_currentJob.store(job);
+    m.m_currentJobEnded.store(false);
     m.m_processId.store(pid);
   }
   static int32_t processId(GenoStatAlgoManager& m) { return m.m_processId.load(); }

@@ -1,5 +1,6 @@
 // The worker: jobs run one at a time in submission order, from command to client messages; jobs
 // cancelled while queued or while running; the manager's shutdown with a job in hand.
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,28 @@ TEST_F(WorkerTest, FirstQueuedJobStartsTheWorker) {
   EXPECT_TRUE(Peer::workerRunning(*manager_));
   submit("second", R"({})");
   ASSERT_TRUE(client_.waitForEnds(2));
+}
+
+TEST_F(WorkerTest, AFinishedJobCountsAsRunningUntilItsEndMessageIsOutButCannotBeCancelled) {
+  // What the client sees while the end message is being posted: a client that finds a job neither
+  // queued nor running must be able to conclude that the job ended without a message.
+  std::atomic<int> hooks{0};
+  std::atomic<bool> runningDuringEnd{false};
+  std::atomic<bool> cancelledDuringEnd{true};
+  client_.onEnd([&](const Recorded& end) {
+    if (end.jobName != "finishing" || hooks.fetch_add(1) != 0) return;
+    runningDuringEnd = manager_->isJobPendingOrRunning("finishing");
+    cancelledDuringEnd = manager_->cancelJob("finishing");
+  });
+  submit("finishing", R"({"rows":1})");
+  ASSERT_TRUE(client_.waitForEnds(1));
+  ASSERT_TRUE(workerIdle());
+  client_.onEnd(nullptr);
+  EXPECT_TRUE(runningDuringEnd);
+  EXPECT_FALSE(cancelledDuringEnd) << "its process has ended: there is nothing left to cancel";
+  EXPECT_EQ(client_.ends().size(), 1u) << "no second, empty end message";
+  EXPECT_NE(client_.ends()[0].message.find("MESSAGE=100."), std::string::npos);
+  EXPECT_FALSE(manager_->isJobPendingOrRunning("finishing"));
 }
 
 TEST_F(WorkerTest, JobsRunOneAtATimeInSubmissionOrder) {
