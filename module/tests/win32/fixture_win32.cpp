@@ -3,7 +3,6 @@
 // export table of the built DLL, and the loader's process attach for this test program, which
 // links the module's objects (a program's DllMain is never called by the loader).
 #include <windows.h>
-#include <process.h>
 
 #include <cstdlib>
 #include <filesystem>
