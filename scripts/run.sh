@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# The main job: installs the dependencies, builds the product, generates three sample FASTQ files
-# (clean, with adapters, degraded), runs the analysis script on them exactly as the module starts
-# it and shows the result CSV; then runs them as a GENOSTAT job in the console client, which shows
-# the job's messages, its summary tables and the imported dataset.
+# The main job: installs the dependencies, builds the product, generates fourteen sample FASTQ runs
+# (clean, with adapters, degraded and eleven more across quality, adapter, duplication and GC
+# levels), runs the analysis script on them exactly as the module starts it and shows the result
+# CSV; then runs them as a GENOSTAT job in the console client, which shows the job's messages, its
+# summary tables, the imported dataset and the five statistics procedures the job asks for.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -19,7 +20,7 @@ rm -rf "$work"
 mkdir -p "$work/samples" "$work/tmp"
 
 echo
-echo "== 1. Sample data (three runs of 200,000 reads: clean, with adapters, degraded)"
+echo "== 1. Sample data (fourteen runs of 50,000 reads from fixed seeds)"
 GENOSTAT_FQGEN="$build/bin/genostat-fqgen" "$root/samples/make-samples.sh" "$work/samples" >/dev/null
 ls -l "$work/samples"
 
@@ -56,9 +57,11 @@ echo
 echo "== 3. The same samples as a GENOSTAT job in the console client"
 cat > "$work/main-job.sps" <<SPS
 GENOSTAT /JOB FOLDER='$work/samples' NAME='sample runs' ADAPTERS=ILLUMINA
-  /DESCRIPTIVES VARIABLES=GC qc_score mean_phred_all_reads SKEWNESS
-  /CORRELATIONS VARIABLES=GC qc_score mean_phred_all_reads SPEARMAN
-  /REGRESSION DEPENDENT=qc_score INDEPENDENT=GC mean_phred_all_reads CI=95.
+  /DESCRIPTIVES VARIABLES=qc_score GC mean_phred_all_reads total_deduplicated_percentage SKEWNESS KURTOSIS
+  /FREQUENCIES VARIABLES=qc_score adapter_content per_base_sequence_quality QUARTILES PERCENTILES=10 90 HISTOGRAM
+  /CORRELATIONS VARIABLES=qc_score GC mean_phred_all_reads total_deduplicated_percentage SPEARMAN KENDALL TWOTAIL
+  /REGRESSION DEPENDENT=qc_score INDEPENDENT=mean_phred_all_reads total_deduplicated_percentage GC
+              METHOD=STEPWISE CI=95 NORMALPROBABILITYPLOT.
 GENOSTAT /JOB FILE='$work/samples/missing.fastq.gz' NAME='no such file'.
 SPS
 echo "--- $work/main-job.sps"

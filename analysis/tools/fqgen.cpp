@@ -112,6 +112,7 @@ const char* usageText() {
          "  --adapter SEQ        adapter sequence, A/C/G/T (default Illumina TruSeq)\n"
          "  --duplicate-rate F   share of reads copying an earlier sequence, 0..1 (default 0)\n"
          "  --n-rate F           chance of each base being N, 0..1 (default 0)\n"
+         "  --gc F               share of G and C among the bases, 0..1 (default 0.5)\n"
          "  --tiles N            instrument headers spread over N tiles (default 0: @read<n>)\n"
          "  --gzip[=LEVEL]       gzip the output (level 1..9, default 6)\n"
          "  --output FILE        output file (default: standard output)\n";
@@ -135,7 +136,7 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
     }
     static const char* const kWithValue[] = {"--seed",  "--reads",          "--length",
                                              "--quality", "--adapter-rate", "--adapter",
-                                             "--duplicate-rate", "--n-rate", "--tiles",
+                                             "--duplicate-rate", "--n-rate", "--gc", "--tiles",
                                              "--output"};
     if (std::find(std::begin(kWithValue), std::end(kWithValue), arg) == std::end(kWithValue)) {
       error = "unknown option: " + std::string(arg);
@@ -154,6 +155,7 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
     else if (arg == "--adapter-rate") ok = parseRate(value, options.adapterRate);
     else if (arg == "--duplicate-rate") ok = parseRate(value, options.duplicateRate);
     else if (arg == "--n-rate") ok = parseRate(value, options.nRate);
+    else if (arg == "--gc") ok = parseRate(value, options.gc);
     else if (arg == "--tiles") ok = parseUnsigned(value, options.tiles) && options.tiles <= 10000;
     else if (arg == "--adapter") {
       ok = isDna(value);
@@ -173,7 +175,8 @@ Generator::Generator(const Options& options)
     : options_(options),
       adapterThreshold_(threshold(options.adapterRate)),
       duplicateThreshold_(threshold(options.duplicateRate)),
-      nThreshold_(threshold(options.nRate)) {
+      nThreshold_(threshold(options.nRate)),
+      gcThreshold_(threshold(options.gc)) {
   std::uint64_t seed = options.seed;
   for (auto& word : state_) word = splitmix64(seed);
 }
@@ -199,10 +202,21 @@ void Generator::makeSequence(std::uint32_t length) {
   static const char kBases[4] = {'A', 'C', 'G', 'T'};
   sequence_.resize(length);
   std::uint64_t bits = 0;
-  for (std::uint32_t i = 0; i < length; ++i) {
-    if (i % 32 == 0) bits = random();
-    sequence_[i] = kBases[bits & 3];
-    bits >>= 2;
+  if (options_.gc == 0.5) {  // the original two-bit draw keeps earlier files byte for byte
+    for (std::uint32_t i = 0; i < length; ++i) {
+      if (i % 32 == 0) bits = random();
+      sequence_[i] = kBases[bits & 3];
+      bits >>= 2;
+    }
+  } else {
+    // One draw a base: the upper half decides G/C against A/T, one low bit which of the pair.
+    static const char kAt[2] = {'A', 'T'};
+    static const char kGc[2] = {'C', 'G'};
+    for (auto& base : sequence_) {
+      const std::uint64_t draw = random();
+      const bool gc = static_cast<std::uint32_t>(draw >> 32) < gcThreshold_;
+      base = gc ? kGc[draw & 1] : kAt[draw & 1];
+    }
   }
   if (chance(adapterThreshold_)) {
     // The insert ends between a quarter of the read and its last base; the adapter follows.

@@ -29,6 +29,7 @@ struct Options {
   double adapterRate = 0.0;    // share of fresh reads whose insert ends inside the read
   double duplicateRate = 0.0;  // share of reads that copy the sequence of an earlier read
   double nRate = 0.0;          // chance of each base being N
+  double gc = 0.5;             // share of G and C among the drawn bases
   std::uint32_t tiles = 0;     // 0: headers "@read<n>"; else instrument headers over this many tiles
   std::string adapter = "AGATCGGAAGAGCACACGTCTGAACTCCAGTCAC";  // read into after a short insert
   std::string output;          // empty or "-": standard output
@@ -63,6 +64,7 @@ class Generator {
   std::uint32_t adapterThreshold_;
   std::uint32_t duplicateThreshold_;
   std::uint32_t nThreshold_;
+  std::uint32_t gcThreshold_;
   std::string sequence_;
   std::string quality_;
   std::vector<std::string> pool_;  // earlier sequences that duplicates copy
