@@ -21,7 +21,6 @@ namespace {
 
 constexpr BracketOptions kNoBrackets = UPSpecTypes::NoBrackets;
 constexpr std::size_t kMaxJobNameBytes = 255;
-constexpr int kQueueLimit = 10;  // as the manager's isQueueFull counts
 
 SubComDescriptor subcommand(const char* name) {
   return SubComDescriptor(name, UPSpecTypes::SubComStandard, false, false);
@@ -167,7 +166,7 @@ void runPreChecks() {
   if (GenoStatAlgoManager* manager = GenoStatAlgoManager::existingInstance()) {
     if (manager->isQueueFull()) {
       throw GenomicParserException(GenomicParserException::kQueueThresholdExceeded,
-                                   std::to_string(kQueueLimit));
+                                   std::to_string(GenoStatAlgoManager::kQueueLimit));
     }
   }
 }

@@ -52,7 +52,15 @@ void GenoStatAlgoManager::addJobToQueue(GenoJobSettings* job) {
   m_jobQueue.push_back(job);
   if (job != nullptr) {
     job->jobStatus.store(JobStatus::Pending);
-    sendStartGenomicsJobMessage(job, false);
+    try {
+      sendStartGenomicsJobMessage(job, false);
+    } catch (...) {
+      // The user is told the command failed, so the job must not stay queued under its name: a
+      // retry would be refused as a duplicate, and no worker may have been started for it.
+      m_jobQueue.pop_back();
+      delete job;
+      throw;
+    }
   }
   if (!m_workerRunning && !m_workerHeld) {
     // A worker whose loop has ended leaves its thread object behind.
@@ -76,7 +84,7 @@ void GenoStatAlgoManager::addJobToQueue(GenoJobSettings* job) {
 
 bool GenoStatAlgoManager::isQueueFull() {
   std::lock_guard<std::mutex> lock(m_queueMutex);
-  return m_jobQueue.size() >= 10;
+  return m_jobQueue.size() >= kQueueLimit;
 }
 
 bool GenoStatAlgoManager::isJobPendingOrRunning(const std::string& name) {

@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <list>
@@ -31,6 +32,9 @@ class FacSTDictionary;
 
 class GENOSTAT_API GenoStatAlgoManager {
  public:
+  // Jobs that may wait in the queue at once; the entry refuses the next command.
+  static constexpr size_t kQueueLimit = 10;
+
   // [any] The one instance, created on first call; null when it cannot be allocated.
   static GenoStatAlgoManager* getManagerInstance();
   // [any] The instance if it has been created, else null; never creates it.

@@ -1,6 +1,7 @@
 // The worker thread: runs the queued jobs one at a time, in submission order, until the manager
 // stops it.
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -19,11 +20,11 @@ void GenoStatAlgoManager::processJobs() {
       const PathFinder* finder = PathFactory::getPathInstance(kInstallFolderKind);
       if (finder != nullptr) {
         const std::string folder = finder->getPath();
-        auto* table = new FacSTDictionary(folder);
+        std::unique_ptr<FacSTDictionary> table(new FacSTDictionary(folder));
         // Filled before it is published: other threads look texts up as soon as they see it.
         table->SetProcedure(kProcedureName);
         table->SetGlobalStringTable(folder);
-        m_stringTable.store(table);
+        m_stringTable.store(table.release());
       }
     } catch (const std::exception&) {
       // Without a table every text is its key, which is still a readable English text.
@@ -47,12 +48,18 @@ void GenoStatAlgoManager::processJobs() {
       if (!dropped) {
         m_currentJob.store(job);
         m_currentJobEnded.store(false);
+        // Posted under the take lock, where a cancel posts its end message too: the client never
+        // sees this job end before it has started. A post that throws costs the message, never
+        // the worker (an exception leaving this thread would end the host).
+        try {
+          sendStartGenomicsJobMessage(job, true);
+        } catch (...) {
+        }
       }
     }
     if (dropped) {
       delete job;
     } else {
-      sendStartGenomicsJobMessage(job, true);
       launchPythonProcess(job);  // owns the record from here on and releases it on every path
     }
     if (m_stop.load()) break;

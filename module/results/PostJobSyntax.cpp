@@ -9,9 +9,13 @@ namespace genostat::results {
 namespace {
 
 std::string twoDecimals(double value) {
-  char buffer[64];
-  std::snprintf(buffer, sizeof buffer, "%.2f", value);
-  return buffer;
+  // Sized by a first call: 1e300 has 301 digits before its decimals.
+  const int size = std::snprintf(nullptr, 0, "%.2f", value);
+  if (size <= 0) return std::string();
+  std::string text(static_cast<size_t>(size) + 1, '\0');
+  std::snprintf(&text[0], text.size(), "%.2f", value);
+  text.resize(static_cast<size_t>(size));
+  return text;
 }
 
 const char* methodKeyword(RegressionMethod method) {

@@ -21,6 +21,9 @@ bool GenoStatAlgoManager::parseCSVForCounts(const std::string& path, int32_t& sa
 
   std::string line;
   if (std::getline(in, line)) {
+    // Binary mode leaves a CRLF header's CR on its last field, which would count "a,b,\r" as
+    // three fields and an empty CRLF line as one; data lines keep theirs (see above).
+    if (!line.empty() && line.back() == '\r') line.pop_back();
     std::istringstream header(line);
     std::string field;
     while (std::getline(header, field, ',')) ++variables;

@@ -30,6 +30,8 @@ TEST_F(ResultFileTest, HeaderFieldsAreVariablesNonEmptyLinesAfterItAreSamples) {
       {"Sample,Adapter_Type,GC\n", {0, 3}},
       {"Sample,Adapter_Type,GC", {0, 3}},
       {"a,b,\n", {0, 2}},      // a trailing comma adds nothing
+      {"a,b,\r\n", {0, 2}},    // nor does the CR of a CRLF header (it was counted as a field)
+      {"\r\nrow\r\n", {1, 0}}, // an empty CRLF header
       {"a,,b\n", {0, 3}},      // an empty field between two names counts
       {"\"x,y\",z\n", {0, 3}}, // quotes are not honoured
       {"\nrow\n", {1, 0}},     // an empty header line

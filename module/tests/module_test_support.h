@@ -16,6 +16,7 @@
 #include <mutex>
 #include <random>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -135,6 +136,12 @@ class Client {
       return false;
     });
   }
+  // From now on the post of every message that `fail` picks throws (after it is recorded), as a
+  // host whose client is gone would.
+  void failWhen(std::function<bool(const Recorded&)> fail) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    fail_ = std::move(fail);
+  }
   // Runs `hook` on the posting thread for every end message, once it has been recorded.
   void onEnd(std::function<void(const Recorded&)> hook) {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -165,14 +172,17 @@ class Client {
       r.paragraphId = end->paragraphId();
     }
     std::function<void(const Recorded&)> hook;
+    bool fail = false;
     {
       std::lock_guard<std::mutex> lock(mutex_);
       messages_.push_back(r);
       if (id == kEndId) ++endCount_;
       changed_.notify_all();
       if (id == kEndId) hook = onEnd_;
+      fail = fail_ && fail_(r);
     }
     if (hook) hook(r);
+    if (fail) throw std::runtime_error("the client is gone");
   }
 
   mutable std::mutex mutex_;
@@ -180,6 +190,7 @@ class Client {
   std::vector<Recorded> messages_;
   std::size_t endCount_ = 0;
   std::function<void(const Recorded&)> onEnd_;
+  std::function<bool(const Recorded&)> fail_;
 };
 
 // A new record named `name`; the host holds no metadata in these tests, so the ids stay -1.

@@ -123,9 +123,10 @@ TEST_F(PostJobTest, FrequenciesWithEveryOption) {
   f->quartiles = false;
   f->ntiles = -3;  // not above 0: no n-tiles
   f->histogram = false;
-  f->percentiles = {0.126};
+  f->percentiles = {0.126, 1e70};  // 1e70 was cut at 64 bytes, losing its decimals
   EXPECT_EQ(buildFrequenciesSyntax(table_, &job_),
-            "FREQUENCIES VARIABLES=GC qc_score\n" + pad(44) + "/PERCENTILES=0.13\n" + pad(44) +
+            "FREQUENCIES VARIABLES=GC qc_score\n" + pad(44) + "/PERCENTILES=0.13 " +
+                "10000000000000000725314363815292351261583744096465219555182101554790400.00\n" + pad(44) +
                 "/STATISTICS=STDDEV VARIANCE RANGE MINIMUM MAXIMUM SEMEAN CV\n" + pad(44) + "/ORDER=ANALYSIS.");
 }
 

@@ -511,6 +511,15 @@ std::unique_ptr<ByteSource> openFileSource(const std::string& path,
     if (kind.folder) error.kind = platform::SystemError::Kind::IsFolder;
     throw openFailure(path, error);
   }
+  if (!kind.regular && !kind.pipe) {
+    // A device may never end (/dev/zero) or never answer (a terminal). A pipe stays readable:
+    // process substitution, `genostat-qc <(zcat run.fq.gz)`, is a deliberate use of the engine;
+    // the module refuses pipes as job inputs, and a folder job lists regular files only.
+    platform::SystemError ignored;
+    platform::closeFile(fd, ignored);
+    throw InputError(InputErrorKind::ReadFailed, path,
+                     "is a device, not a file; name a FASTQ file");
+  }
   if (fileSize != nullptr) *fileSize = kind.size;
   platform::adviseSequential(fd);
   return std::make_unique<FileSource>(fd, path, bytesRead);

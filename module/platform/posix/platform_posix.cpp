@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <map>
+#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
@@ -110,7 +112,9 @@ void killSubtree(pid_t pid, std::set<pid_t>& visited) {
 PathAttributes pathAttributes(const std::string& path) {
   PathAttributes attributes;
   struct stat info {};
-  if (::stat(path.c_str(), &info) == 0) {
+  // lstat: a dangling link is a name that exists. stat would follow it, report a free name, and the
+  // script would then write its result through the link.
+  if (::lstat(path.c_str(), &info) == 0) {
     attributes.exists = true;
     attributes.directory = S_ISDIR(info.st_mode);
   }
@@ -118,7 +122,9 @@ PathAttributes pathAttributes(const std::string& path) {
 }
 
 InputFileCheck checkInputFile(const std::string& utf8Path) {
-  const int fd = ::open(utf8Path.c_str(), O_RDONLY | O_CLOEXEC);
+  // Non-blocking: opening a FIFO for reading would otherwise wait on the host's command thread
+  // until some writer appeared.
+  const int fd = ::open(utf8Path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) return InputFileCheck::CannotOpen;
   struct stat info {};
   InputFileCheck result = InputFileCheck::Readable;
@@ -128,6 +134,10 @@ InputFileCheck checkInputFile(const std::string& utf8Path) {
     // open() happily opens a folder for reading on POSIX; the Windows open refuses it, and a
     // folder named as an input file must be refused the same way on both.
     result = InputFileCheck::CannotOpen;
+  } else if (!S_ISREG(info.st_mode)) {
+    // A FIFO, a device or a socket has no size to check and may never end (/dev/zero): the
+    // analysis would wait or read forever, so it is refused as a file without content.
+    result = InputFileCheck::EmptyOrNoSize;
   } else if (info.st_size <= 0) {
     result = InputFileCheck::EmptyOrNoSize;
   }
@@ -147,8 +157,109 @@ char pathSeparator() { return '/'; }
 
 std::string launcherFileName() { return "statisticspython3"; }
 
+// How the analysis is supervised. The module must not depend on the host's handling of SIGCHLD:
+// a host that ignores it (SIG_IGN or SA_NOCLDWAIT) has its children reaped by the kernel, and a
+// host with its own waitpid(-1) reaper takes their exit status first; either way a plain waitid
+// on the launcher fails and a good run would count as failed. So the module's direct child is a
+// small waiter process that sets SIGCHLD to its default, starts the launcher as ITS child, and
+// reports through a pipe: first the launcher's id, then its exit code. It keeps the ended
+// launcher a zombie (its id taken, so a cancel can never kill a stranger that inherits it) until
+// the module closes the release pipe. What the module needs from its host: nothing about SIGCHLD;
+// only that it may fork. The waiter itself may be reaped by the host or by the kernel: its status
+// is never read.
+namespace {
+
+struct Supervised {
+  pid_t waiter = -1;
+  int statusFd = -1;   // launcher id, then its exit code (int each); EOF if the waiter died
+  int releaseFd = -1;  // closed by reapProcess: the waiter then reaps the launcher and ends
+  bool ended = false;
+  int exitCode = -1;
+};
+
+std::mutex g_supervisedMutex;
+std::map<pid_t, Supervised> g_supervised;  // by launcher id
+
+bool readInt(int fd, int& value) {
+  char* p = reinterpret_cast<char*>(&value);
+  size_t got = 0;
+  while (got < sizeof value) {
+    const ssize_t n = ::read(fd, p + got, sizeof value - got);
+    if (n > 0) {
+      got += static_cast<size_t>(n);
+    } else if (n == 0 || errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Async-signal-safe: the waiter runs between fork and _exit in a copy of a threaded process.
+void writeInt(int fd, int value) {
+  const char* p = reinterpret_cast<const char*>(&value);
+  size_t put = 0;
+  while (put < sizeof value) {
+    const ssize_t n = ::write(fd, p + put, sizeof value - put);
+    if (n > 0) {
+      put += static_cast<size_t>(n);
+    } else if (n < 0 && errno != EINTR) {
+      return;
+    }
+  }
+}
+
+void closeFrom(int first, long maxFd) {
+#ifdef SYS_close_range
+  if (::syscall(SYS_close_range, static_cast<unsigned>(first), ~0U, 0U) == 0) return;
+#endif
+  for (long fd = first; fd < maxFd; ++fd) ::close(static_cast<int>(fd));
+}
+
+[[noreturn]] void runWaiter(const char* program, char* const* argv, long maxFd, int statusFd, int releaseFd) {
+  // Only the two pipe ends stay open, as 3 and 4: the host's descriptors must not live on for as
+  // long as the job runs. F_DUPFD first, so that neither end is overwritten by the other's dup2.
+  const int status = ::fcntl(statusFd, F_DUPFD, 10);
+  const int release = ::fcntl(releaseFd, F_DUPFD, 10);
+  if (status < 0 || release < 0 || ::dup2(status, 3) != 3 || ::dup2(release, 4) != 4) ::_exit(1);
+  closeFrom(5, maxFd);
+  struct sigaction child {};
+  child.sa_handler = SIG_DFL;  // neither SIG_IGN nor SA_NOCLDWAIT: the launcher's status is kept
+  ::sigaction(SIGCHLD, &child, nullptr);
+  // Every signal stays blocked here (the caller blocked them before the fork), so none of the
+  // host's handlers ever runs in the waiter.
+  const pid_t launcher = ::fork();
+  if (launcher == 0) execChild(program, argv, maxFd);
+  if (launcher < 0) {
+    writeInt(3, -1);
+    ::_exit(1);
+  }
+  // Set from both sides, so the group exists before the module learns the id.
+  ::setpgid(launcher, launcher);
+  writeInt(3, static_cast<int>(launcher));
+  siginfo_t info{};
+  int code = -1;
+  for (;;) {
+    if (::waitid(P_PID, static_cast<id_t>(launcher), &info, WEXITED | WNOWAIT) == 0) {
+      if (info.si_code == CLD_EXITED) code = info.si_status;
+      if (info.si_code == CLD_KILLED || info.si_code == CLD_DUMPED) code = 128 + info.si_status;
+      break;
+    }
+    if (errno != EINTR) break;
+  }
+  writeInt(3, code);
+  char byte;
+  while (::read(4, &byte, 1) < 0 && errno == EINTR) {
+  }
+  int ignored = 0;
+  while (::waitpid(launcher, &ignored, 0) < 0 && errno == EINTR) {
+  }
+  ::_exit(0);
+}
+
+}  // namespace
+
 int startProcess(const std::string& program, const std::vector<std::string>& args) {
-  // Everything the child needs is built before the fork; the child may not allocate.
+  // Everything the children need is built before the fork; they may not allocate.
   std::vector<char*> argv;
   argv.reserve(args.size() + 2);
   argv.push_back(const_cast<char*>(program.c_str()));
@@ -157,42 +268,83 @@ int startProcess(const std::string& program, const std::vector<std::string>& arg
   long maxFd = ::sysconf(_SC_OPEN_MAX);
   if (maxFd < 0 || maxFd > (1L << 20)) maxFd = 1L << 20;  // only for kernels without close_range
 
-  // No signal may run one of the host's handlers in the child before exec has replaced them.
+  int status[2];
+  int release[2];
+  if (::pipe2(status, O_CLOEXEC) != 0) return -1;
+  if (::pipe2(release, O_CLOEXEC) != 0) {
+    ::close(status[0]);
+    ::close(status[1]);
+    return -1;
+  }
+  // No signal may run one of the host's handlers in a child before exec has replaced them.
   sigset_t all;
   sigset_t previous;
   ::sigfillset(&all);
   ::pthread_sigmask(SIG_SETMASK, &all, &previous);
-  const pid_t pid = ::fork();
-  if (pid == 0) execChild(program.c_str(), argv.data(), maxFd);
-  // Set from both sides, so the group exists before either goes on: a kill that reads the child's
-  // group right after this call finds it. Fails harmlessly once the child has exec'd.
-  if (pid > 0) ::setpgid(pid, pid);
+  const pid_t waiter = ::fork();
+  if (waiter == 0) runWaiter(program.c_str(), argv.data(), maxFd, status[1], release[0]);
   ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-  return pid > 0 ? static_cast<int>(pid) : -1;
+  ::close(status[1]);
+  ::close(release[0]);
+  int launcher = -1;
+  if (waiter < 0 || !readInt(status[0], launcher) || launcher <= 1) {
+    ::close(status[0]);
+    ::close(release[1]);
+    int ignored = 0;
+    if (waiter > 0) ::waitpid(waiter, &ignored, 0);
+    return -1;
+  }
+  std::lock_guard<std::mutex> lock(g_supervisedMutex);
+  Supervised& entry = g_supervised[static_cast<pid_t>(launcher)];
+  entry.waiter = waiter;
+  entry.statusFd = status[0];
+  entry.releaseFd = release[1];
+  return launcher;
 }
 
 int waitForExitKeepingId(int pid) {
   if (pid <= 0) return -1;
-  siginfo_t info{};
-  // WNOWAIT leaves the ended child a zombie: its id stays taken until reapProcess.
-  while (::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) != 0) {
-    if (errno != EINTR) return -1;
+  int fd = -1;
+  {
+    std::lock_guard<std::mutex> lock(g_supervisedMutex);
+    const auto found = g_supervised.find(static_cast<pid_t>(pid));
+    if (found == g_supervised.end()) return -1;
+    if (found->second.ended) return found->second.exitCode;
+    fd = found->second.statusFd;
   }
-  switch (info.si_code) {
-    case CLD_EXITED:
-      return info.si_status;
-    case CLD_KILLED:
-    case CLD_DUMPED:
-      return 128 + info.si_status;
-    default:
-      return -1;
-  }
+  // Blocks unlocked: a cancel on another thread kills the launcher meanwhile, which ends this.
+  int code = -1;
+  if (!readInt(fd, code)) code = -1;  // the waiter died before it could tell
+  std::lock_guard<std::mutex> lock(g_supervisedMutex);
+  Supervised& entry = g_supervised[static_cast<pid_t>(pid)];
+  entry.ended = true;
+  entry.exitCode = code;
+  return code;
 }
 
 void reapProcess(int pid) {
   if (pid <= 0) return;
-  int status = 0;
-  while (::waitpid(static_cast<pid_t>(pid), &status, 0) < 0 && errno == EINTR) {
+  Supervised entry;
+  {
+    std::lock_guard<std::mutex> lock(g_supervisedMutex);
+    const auto found = g_supervised.find(static_cast<pid_t>(pid));
+    if (found == g_supervised.end()) return;
+    entry = found->second;
+    g_supervised.erase(found);
+  }
+  ::close(entry.releaseFd);  // the waiter reaps the launcher now, and ends
+  // The waiter's end of the status pipe closes as it exits: after EOF it is gone or going.
+  char byte;
+  while (::read(entry.statusFd, &byte, 1) != 0 && errno == EINTR) {
+  }
+  ::close(entry.statusFd);
+  // Never a blocking wait: when the host reaped the waiter itself (or the kernel did, SIGCHLD being
+  // ignored), its id may already belong to another child of the host, whose status is not ours.
+  for (int i = 0; i < 200; ++i) {
+    int ignored = 0;
+    const pid_t r = ::waitpid(entry.waiter, &ignored, WNOHANG);
+    if (r == entry.waiter || (r < 0 && errno != EINTR)) break;
+    if (r == 0) ::usleep(5000);
   }
 }
 

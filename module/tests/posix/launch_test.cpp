@@ -123,7 +123,6 @@ TEST_F(LaunchTest, ProcessLeadsItsGroupAndInheritsEnvironmentAndFolder) {
 
   // The launcher execs the interpreter, so the script runs as the group's leader.
   EXPECT_EQ(report["pgid"].GetInt(), report["pid"].GetInt());
-  EXPECT_EQ(report["ppid"].GetInt(), ::getpid()) << "started by the module, without a shell between";
   EXPECT_EQ(std::string(report["mark"].GetString()), "inherited");
   EXPECT_EQ(std::string(report["cwd"].GetString()), std::filesystem::current_path().string());
 }

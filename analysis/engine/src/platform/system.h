@@ -31,6 +31,7 @@ bool closeFile(int fd, SystemError& error);
 struct FileKind {
   bool folder = false;
   bool regular = false;
+  bool pipe = false;       // a FIFO or an anonymous pipe
   std::uint64_t size = 0;  // of a regular file; 0 for pipes and devices
 };
 bool describeOpenFile(int fd, FileKind& kind, SystemError& error);

@@ -1,4 +1,5 @@
-// Output to a device (POSIX only: Windows has no device that fails every write).
+// Devices as outputs and inputs (POSIX only: Windows has no device that fails every write, nor
+// one that never ends).
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -18,6 +19,15 @@ TEST(CliDevices, FullDeviceExits73AndIsNotRemoved) {
   EXPECT_EQ(runCli({"--output", "/dev/full", good}, out, err), kExitCannotWrite);
   EXPECT_EQ(err.str(), "genostat-qc: error: /dev/full: cannot write: No space left on device\n");
   EXPECT_TRUE(testing::exists("/dev/full"));
+}
+
+TEST(CliDevices, EndlessDeviceAsInputIsRefusedNotReadForEver) {
+  // Before, /dev/zero was read until the disk or the user gave up.
+  testing::TempDir dir;
+  std::ostringstream out;
+  std::ostringstream err;
+  EXPECT_EQ(runCli({"--output", dir.file("r.csv"), "/dev/zero"}, out, err), exitCodeFor(InputErrorKind::ReadFailed));
+  EXPECT_EQ(err.str(), "genostat-qc: error: /dev/zero: is a device, not a file; name a FASTQ file\n");
 }
 
 }  // namespace

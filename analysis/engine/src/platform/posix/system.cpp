@@ -78,6 +78,7 @@ bool describeOpenFile(int fd, FileKind& kind, SystemError& error) {
   }
   kind.folder = S_ISDIR(info.st_mode);
   kind.regular = S_ISREG(info.st_mode);
+  kind.pipe = S_ISFIFO(info.st_mode);
   kind.size = kind.regular ? static_cast<std::uint64_t>(info.st_size) : 0;
   return true;
 }

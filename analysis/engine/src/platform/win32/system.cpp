@@ -112,6 +112,7 @@ bool describeOpenFile(int fd, FileKind& kind, SystemError& error) {
   }
   kind.folder = (info.st_mode & _S_IFMT) == _S_IFDIR;
   kind.regular = (info.st_mode & _S_IFMT) == _S_IFREG;
+  kind.pipe = (info.st_mode & _S_IFMT) == _S_IFIFO;
   kind.size = kind.regular ? static_cast<std::uint64_t>(info.st_size) : 0;
   return true;
 }
