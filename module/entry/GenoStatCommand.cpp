@@ -232,6 +232,12 @@ void interpretJob(const CommandSpec& spec, GenoJobSettings* settings) {
   settings->jobName = name;
 }
 
+void checkLaunchFits(const GenoJobSettings* settings) {
+  if (settings == nullptr || settings->mode != JobMode::Submit) return;
+  const std::string tooLong = GenoStatAlgoManager::launchTooLong(settings);
+  if (!tooLong.empty()) throw GenomicParserException(GenomicParserException::kValueOutOfRange, tooLong);
+}
+
 void interpretDescriptives(const CommandSpec& spec, GenoJobSettings* settings) {
   const SubComObj* sub = findSubcommand(spec, "DESCRIPTIVES", settings);
   if (!sub) return;
@@ -343,6 +349,7 @@ void GenoStatCommand::parseAndInterpret() {
     interpretFrequencies(spec, settings_);
     interpretCorrelations(spec, settings_);
     interpretRegression(spec, settings_);
+    checkLaunchFits(settings_);
     parseFailed_ = false;
   } catch (const GenomicParserException& e) {
     parseFailed_ = true;

@@ -12,6 +12,7 @@ class GenomicParserException : public std::exception {
   enum Code : uint32_t {
     kFileNotFound = 5,
     kErrorProcessingFastq = 8,
+    kValueOutOfRange = 14,
     kQueueThresholdExceeded = 15,
     kAutomaticNameLimit = 16,
     kInvalidJobName = 17,

@@ -35,6 +35,11 @@ class GENOSTAT_API GenoStatAlgoManager {
   // Jobs that may wait in the queue at once; the entry refuses the next command.
   static constexpr size_t kQueueLimit = 10;
 
+  // [command] Why the launch of `settings` would not fit this system's command line (the count of
+  // files, the size, the limit and what to do instead), or empty when it fits. The parameters are
+  // the analysis's contract and are never cut, so a job that would not fit is refused up front.
+  static std::string launchTooLong(const GenoJobSettings* settings);
+
   // [any] The one instance, created on first call; null when it cannot be allocated.
   static GenoStatAlgoManager* getManagerInstance();
   // [any] The instance if it has been created, else null; never creates it.

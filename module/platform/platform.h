@@ -2,6 +2,7 @@
 // the build picks one, so no subsystem code needs to know which system it runs on.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -44,6 +45,16 @@ bool killProcessTree(int pid);
 // The host's Python launcher in its installation folder: "statisticspython3" on POSIX (a script
 // that starts the interpreter), "statisticspython3.bat" on Windows.
 std::string launcherFileName();
+
+// What a launch's command line may hold on this system, in bytes of the arguments as the module
+// passes them: the longest single argument, and the whole line (program, arguments, their quotes
+// and blanks). POSIX limits each argument (Linux: 32 pages less the terminating NUL); Windows'
+// cmd.exe, which runs the .bat launcher, limits the whole line to 8,191 characters.
+struct CommandLineLimits {
+  size_t argument;
+  size_t line;
+};
+CommandLineLimits commandLineLimits();
 
 // Starts `program` with `args` as its arguments, without a shell, as the leader of a new process
 // group, inheriting the caller's environment, working folder and standard streams and no other

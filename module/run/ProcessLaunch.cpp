@@ -1,9 +1,11 @@
 // One job's run on the worker thread: the result CSV's name, the analysis process, the wait, and
 // what the job's outcome sends to the client.
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "entry/Texts.h"
@@ -30,7 +32,54 @@ class ScopeExit {
   Release release_;
 };
 
+// The launcher and the script as the launch names them, from the host's installation folder.
+void launchPaths(std::string& launcher, std::string& script) {
+  const PathFinder* finder = PathFactory::getPathInstance(kInstallFolderKind);
+  const std::string base = finder != nullptr ? finder->getPath() : std::string();
+  script = base + kScriptsFolder + genostat::platform::pathSeparator() + kScriptName;
+  // The fallback is not checked: a script that is not there fails in the launcher.
+  const genostat::platform::PathAttributes found = genostat::platform::pathAttributes(script);
+  if (!found.exists || found.directory) script = base + kScriptName;
+  launcher = base + genostat::platform::launcherFileName();
+}
+
+// A killed process may hold the file a moment longer on Windows, where the end of a terminated
+// process is asynchronous and an open file cannot be removed: a few tries, half a second at most.
+bool removeSoon(const std::string& path) {
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    if (std::remove(path.c_str()) == 0) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  return false;
+}
+
 }  // namespace
+
+std::string GenoStatAlgoManager::launchTooLong(const GenoJobSettings* settings) {
+  if (settings == nullptr) return std::string();
+  // The result's name is chosen at run time; the longest one it can take stands in for it.
+  GenoJobSettings probe;
+  probe.fastqFiles = settings->fastqFiles;
+  probe.fastqFolder = settings->fastqFolder;
+  probe.adapterType = settings->adapterType;
+  probe.customAdapterSequence = settings->customAdapterSequence;
+  const char* temp = GetZorvTempPath();
+  probe.csvFilePath = joinPath(temp != nullptr ? temp : "", std::string(20, '9') + "_999.csv");
+  std::string json;
+  generateParameterJSON(&probe, json);
+  const size_t payload = base64_encode(json).size();
+  std::string launcher;
+  std::string script;
+  launchPaths(launcher, script);
+  const size_t line = launcher.size() + script.size() + payload + 8;  // three quoted parts, two blanks
+  const genostat::platform::CommandLineLimits limits = genostat::platform::commandLineLimits();
+  if (payload <= limits.argument && line <= limits.line) return std::string();
+  const size_t limit = payload > limits.argument ? limits.argument : limits.line;
+  const size_t needed = payload > limits.argument ? payload : line;
+  return std::to_string(settings->fastqFiles.size()) + " input files make a command line of " +
+         std::to_string(needed) + " bytes, above this system's limit of " + std::to_string(limit) +
+         "; put the files in one folder and name it with FOLDER='...' instead";
+}
 
 bool GenoStatAlgoManager::launchPythonProcess(GenoJobSettings* settings) {
   if (settings == nullptr) return false;
@@ -54,12 +103,9 @@ bool GenoStatAlgoManager::launchPythonProcess(GenoJobSettings* settings) {
       settings->csvFilePath = csv;
     }
 
-    const PathFinder* finder = PathFactory::getPathInstance(kInstallFolderKind);
-    const std::string base = finder != nullptr ? finder->getPath() : std::string();
-    std::string script = base + kScriptsFolder + genostat::platform::pathSeparator() + kScriptName;
-    // The fallback is not checked: a script that is not there fails in the launcher.
-    if (!fileExists(script)) script = base + kScriptName;
-    const std::string launcher = base + genostat::platform::launcherFileName();
+    std::string launcher;
+    std::string script;
+    launchPaths(launcher, script);
 
     std::string json;
     generateParameterJSON(settings, json);
@@ -88,9 +134,10 @@ bool GenoStatAlgoManager::launchPythonProcess(GenoJobSettings* settings) {
 
   try {
     if (settings->jobStatus.load() == JobStatus::Cancelled) {
-      // The cancel has told the client already; only the partial result goes.
-      if (fileExists(settings->csvFilePath) && std::remove(settings->csvFilePath.c_str()) != 0) {
-        std::perror(texts::kFileDeletionFailed);
+      // The cancel has told the client already; only the partial result goes: the CSV and the
+      // ".part" file the script writes it as until it is complete.
+      for (const std::string& path : {settings->csvFilePath, settings->csvFilePath + ".part"}) {
+        if (fileExists(path) && !removeSoon(path)) std::perror(texts::kFileDeletionFailed);
       }
       return true;
     }

@@ -380,6 +380,19 @@ TEST_F(EntryTest, QueuedMessageThatThrowsLeavesNoOrphanJobSoTheRetryRuns) {
   EXPECT_EQ(queued(), Texts{"kept"});
 }
 
+TEST_F(EntryTest, FileListTooLongForTheLaunchIsRefusedUpFrontSuggestingFolder) {
+  // Before, it was queued and failed after the fact (POSIX: exit 127, "Unknown error occurred";
+  // Windows: cmd.exe's line cut short).
+  std::string files;
+  for (int i = 0; i < 3000; ++i) files += " '" + fastq_ + "'";
+  const Texts errors = runCommand("GENOSTAT /JOB FILE=" + files + " NAME='many'.");
+  ASSERT_EQ(errors.size(), 1u);
+  EXPECT_EQ(errors[0].rfind("Value out of range: 3000 input files make a command line of ", 0), 0u) << errors[0];
+  EXPECT_NE(errors[0].find("FOLDER='...'"), std::string::npos) << errors[0];
+  EXPECT_TRUE(queued().empty());
+  ok("GENOSTAT /JOB FOLDER='" + dir_.path() + "' NAME='many'.");
+}
+
 TEST_F(EntryTest, CommandLineModeRefusesEveryCommandWithoutAnyClientTheyRun) {
   {
     Client batch(false);

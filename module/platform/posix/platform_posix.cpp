@@ -157,6 +157,13 @@ char pathSeparator() { return '/'; }
 
 std::string launcherFileName() { return "statisticspython3"; }
 
+CommandLineLimits commandLineLimits() {
+  // MAX_ARG_STRLEN on Linux; the whole of ARG_MAX is shared with the environment, so half of it.
+  constexpr size_t kArgument = 32 * 4096 - 1;
+  const long total = ::sysconf(_SC_ARG_MAX);
+  return {kArgument, total > 0 ? static_cast<size_t>(total) / 2 : kArgument};
+}
+
 // How the analysis is supervised. The module must not depend on the host's handling of SIGCHLD:
 // a host that ignores it (SIG_IGN or SA_NOCLDWAIT) has its children reaped by the kernel, and a
 // host with its own waitpid(-1) reaper takes their exit status first; either way a plain waitid

@@ -32,32 +32,97 @@ struct Started {
 std::mutex g_processMutex;
 std::map<DWORD, Started> g_processes;
 
-// Depth-first, children before their parent, siblings in snapshot order. Parent ids in a snapshot
-// can be stale: a parent that ended may have its id reused by one of its descendants, so the
-// links can form a loop. `visited` keeps the walk from entering any id twice.
-bool killTree(DWORD pid, std::set<DWORD>& visited) {
-  visited.insert(pid);
+uint64_t creationTime(HANDLE process) {
+  FILETIME created{}, exited{}, kernel{}, user{};
+  if (!::GetProcessTimes(process, &created, &exited, &kernel, &user)) return 0;
+  return (static_cast<uint64_t>(created.dwHighDateTime) << 32) | created.dwLowDateTime;
+}
+
+uint64_t creationTimeOf(DWORD pid) {
+  const HANDLE process = ::OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, pid);
+  if (process == nullptr) return 0;
+  const uint64_t created = creationTime(process);
+  ::CloseHandle(process);
+  return created;
+}
+
+std::vector<win32::ProcessEntry> processTable() {
+  std::vector<win32::ProcessEntry> table;
   const HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-  if (snapshot == INVALID_HANDLE_VALUE) return false;
+  if (snapshot == INVALID_HANDLE_VALUE) return table;
   PROCESSENTRY32 entry{};
   entry.dwSize = sizeof(entry);
-  if (!::Process32First(snapshot, &entry)) {
-    ::CloseHandle(snapshot);
-    return false;
+  if (::Process32First(snapshot, &entry)) {
+    do {
+      table.push_back({entry.th32ProcessID, entry.th32ParentProcessID, 0});
+    } while (::Process32Next(snapshot, &entry));
   }
-  do {
-    // Id 0 is the idle process, which names itself as its parent.
-    if (entry.th32ParentProcessID == pid && entry.th32ProcessID != 0 && visited.count(entry.th32ProcessID) == 0) {
-      killTree(entry.th32ProcessID, visited);  // a child that cannot be ended does not stop the walk
-    }
-  } while (::Process32Next(snapshot, &entry));
   ::CloseHandle(snapshot);
+  for (auto& e : table) e.created = e.id != 0 ? creationTimeOf(e.id) : 0;
+  return table;
+}
 
-  const HANDLE process = ::OpenProcess(PROCESS_TERMINATE, FALSE, pid);
-  if (process == nullptr) return false;
-  const BOOL terminated = ::TerminateProcess(process, 1);
-  ::CloseHandle(process);
-  return terminated != FALSE;
+void addSubtree(DWORD pid, uint64_t created, const std::vector<win32::ProcessEntry>& table, std::set<DWORD>& visited,
+                std::vector<DWORD>& order) {
+  visited.insert(pid);
+  for (const auto& e : table) {
+    // Id 0 is the idle process, which names itself as its parent.
+    if (e.parent != pid || e.id == 0 || visited.count(e.id) != 0) continue;
+    if (e.created == 0 || created == 0 || e.created < created) continue;  // a stranger, or unknowable
+    addSubtree(e.id, e.created, table, visited, order);
+  }
+  order.push_back(pid);
+}
+
+}  // namespace
+
+namespace win32 {
+
+std::vector<DWORD> treeKillOrder(DWORD root, uint64_t rootCreated, const std::vector<ProcessEntry>& table) {
+  std::set<DWORD> visited;
+  std::vector<DWORD> order;
+  addSubtree(root, rootCreated, table, visited, order);
+  return order;
+}
+
+}  // namespace win32
+
+namespace {
+
+// The launcher's creation time from the handle startProcess keeps (the id cannot have been
+// reused while it is open), else from a fresh query.
+uint64_t rootCreationTime(DWORD pid) {
+  {
+    std::lock_guard<std::mutex> lock(g_processMutex);
+    const auto found = g_processes.find(pid);
+    if (found != g_processes.end()) return creationTime(found->second.process);
+  }
+  return creationTimeOf(pid);
+}
+
+// Terminates the tree of `pid` and waits, bounded, for what it terminated to be gone:
+// TerminateProcess only starts the end, and a killed script may hold its CSV open until then,
+// so a deletion right after the kill could fail and leave the partial result behind.
+bool killTree(DWORD pid) {
+  const std::vector<DWORD> order = win32::treeKillOrder(pid, rootCreationTime(pid), processTable());
+  std::vector<HANDLE> ending;
+  bool rootTerminated = false;
+  for (DWORD id : order) {
+    const HANDLE process = ::OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, id);
+    if (process == nullptr) continue;  // one that cannot be ended does not stop the walk
+    const BOOL terminated = ::TerminateProcess(process, 1);
+    if (id == pid) rootTerminated = terminated != FALSE;
+    if (terminated) {
+      ending.push_back(process);
+    } else {
+      ::CloseHandle(process);
+    }
+  }
+  for (HANDLE process : ending) {
+    ::WaitForSingleObject(process, 5000);
+    ::CloseHandle(process);
+  }
+  return rootTerminated;
 }
 
 }  // namespace
@@ -122,6 +187,8 @@ char pathSeparator() { return '\\'; }
 
 std::string launcherFileName() { return "statisticspython3.bat"; }
 
+CommandLineLimits commandLineLimits() { return {8191, 8191}; }
+
 int startProcess(const std::string& program, const std::vector<std::string>& args) {
   const std::wstring line = win32::buildCommandLine(program, args);
   std::vector<wchar_t> buffer(line.begin(), line.end());
@@ -176,8 +243,7 @@ void reapProcess(int pid) {
 bool killProcessTree(int pid) {
   // Ids are never negative on Windows; -1 is "no process yet", 0 the idle process.
   if (pid <= 0) return false;
-  std::set<DWORD> visited;
-  return killTree(static_cast<DWORD>(pid), visited);
+  return killTree(static_cast<DWORD>(pid));
 }
 
 }  // namespace genostat::platform

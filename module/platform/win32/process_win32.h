@@ -5,6 +5,7 @@
 
 #include <windows.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,5 +26,20 @@ using ProcessCreator = BOOL(WINAPI*)(LPCWSTR application, LPWSTR commandLine, LP
                                      LPPROCESS_INFORMATION information);
 // Replaces the creator (null: CreateProcessW again) and returns the one it replaced. Thread-safe.
 ProcessCreator setProcessCreator(ProcessCreator creator);
+
+// One process of a Toolhelp snapshot, with its creation time (FILETIME ticks; 0 when it could not
+// be read, e.g. the process has ended or may not be queried).
+struct ProcessEntry {
+  DWORD id = 0;
+  DWORD parent = 0;
+  uint64_t created = 0;
+};
+
+// The ids to terminate for the tree of `root`, children before their parent, siblings in table
+// order, `root` last. Windows never updates the parent id of a process whose parent has ended,
+// and ids are reused fast: an entry that names a process as its parent but was created before
+// it is a stranger (the child of an earlier holder of that id) and is left out with its subtree;
+// so is an entry whose creation time is unknown. The root's own time comes from the caller.
+std::vector<DWORD> treeKillOrder(DWORD root, uint64_t rootCreated, const std::vector<ProcessEntry>& table);
 
 }  // namespace genostat::platform::win32

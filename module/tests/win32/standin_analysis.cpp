@@ -11,6 +11,7 @@
 //   "details": {...}   write the error-details file beside the result CSV
 //   "children": path   start a child that starts a grandchild, both sleeping; write "child grandchild"
 //   "ready": path      create this file once all of the above is done
+//   "part": true       open CSV_Path + ".part" unshared and keep it open (a partial result)
 //   "sleep": seconds   then sleep (a hang, for cancellation)
 //   "exit": n          then exit with this code (0 when absent)
 //
@@ -173,9 +174,17 @@ int run(int argc, wchar_t** argv) {
     }
     writeFile(path, std::to_string(child) + " " + grandchild);
   }
+  HANDLE held = INVALID_HANDLE_VALUE;  // the partial result, open and unshared until the end
+  if (plan.HasMember("part")) {
+    held = ::CreateFileW(wideOf(csvPath + ".part").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                         FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD written = 0;
+    if (held != INVALID_HANDLE_VALUE) ::WriteFile(held, "Sample\n", 7, &written, nullptr);
+  }
   if (plan.HasMember("ready")) writeFile(plan["ready"].GetString(), "");
   if (plan.HasMember("sleep")) ::Sleep(static_cast<DWORD>(plan["sleep"].GetDouble() * 1000));
   if (plan.HasMember("log")) writeFile(plan["log"].GetString(), tag + "-", L"ab");
+  if (held != INVALID_HANDLE_VALUE) ::CloseHandle(held);
   return plan.HasMember("exit") ? plan["exit"].GetInt() : 0;
 }
 

@@ -1,5 +1,6 @@
-// Regressions of the worker's client messages: their order when cancels race the worker taking a
-// job, and a client whose post throws on the worker thread.
+// Regressions of a job's road through the worker: the order of its client messages when cancels
+// race the worker taking it, a client whose post throws on the worker thread, and what a cancel
+// leaves in the temporary folder.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -46,6 +47,16 @@ TEST_F(WorkerMessages, StartedPostThatThrowsCostsTheMessageNotTheHost) {
   submit("second", R"({"rows":1})");
   ASSERT_TRUE(client_.waitForEnds(2));
   EXPECT_EQ(client_.of("second").back().message.rfind("GENOSTAT", 0), 0u);
+}
+
+TEST_F(WorkerMessages, CancelLeavesNoPartialResultBehind) {
+  // Before, the ".part" file the script writes its result as stayed in the temporary folder.
+  submit("partial", hangingPlan(R"(,"part":true)"));
+  ASSERT_TRUE(ready());
+  EXPECT_EQ(tempFiles().size(), 1u);
+  EXPECT_TRUE(manager_->cancelJob("partial"));
+  ASSERT_TRUE(workerIdle());
+  EXPECT_TRUE(tempFiles().empty());
 }
 
 }  // namespace
