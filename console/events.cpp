@@ -110,6 +110,20 @@ std::string jobEndEvent(const std::string& job, const std::string& syntax, const
   return buf.GetString();
 }
 
+std::string chartEvent(const std::string& procedure, const std::string& title) {
+  rapidjson::StringBuffer buf;
+  Writer w(buf);
+  w.StartObject();
+  key(w, "event");
+  w.String("chart");
+  key(w, "procedure");
+  text(w, procedure);
+  key(w, "title");
+  text(w, title);
+  w.EndObject();
+  return buf.GetString();
+}
+
 std::string datasetEvent(const std::string& name, size_t cases, size_t variables) {
   rapidjson::StringBuffer buf;
   Writer w(buf);

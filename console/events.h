@@ -26,6 +26,8 @@ std::string jobStartEvent(const std::string& job, bool started);
 std::string jobEndEvent(const std::string& job, const std::string& syntax, const std::string& csv,
                         int32_t workbook, int32_t paragraph);
 std::string datasetEvent(const std::string& name, size_t cases, size_t variables);
+// {"event":"chart","procedure":...,"title":...}: a chart went to the HTML page.
+std::string chartEvent(const std::string& procedure, const std::string& title);
 
 class EventLog {
  public:

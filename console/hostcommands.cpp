@@ -6,12 +6,12 @@
 #include "host/tokens.h"
 #include "zorvhost/client.h"
 #include "zorvhost/commands.h"
+#include "zorvhost/stats.h"
 
 namespace zorv {
 
 namespace {
 
-const char* const kStatistics[] = {"DESCRIPTIVES", "FREQUENCIES", "CORRELATIONS", "NONPAR CORR", "REGRESSION"};
 const char* const kRun[] = {"GET DATA", "DATASET NAME", "DATASET ACTIVATE", "SET",  "PRESERVE",
                             "RESTORE",  "CACHE",        "EXECUTE"};
 
@@ -32,11 +32,33 @@ bool HostCommands::knows(const std::string& name) {
   return isStatistics(name);
 }
 
-bool HostCommands::isStatistics(const std::string& name) {
-  for (const char* n : kStatistics) {
-    if (name == n) return true;
+bool HostCommands::isStatistics(const std::string& name) { return zorvhost::stats::isProcedure(name); }
+
+void HostCommands::statistics(const std::string& name, const CommandSpec& spec) {
+  zorvhost::DatasetData data;
+  if (!zorvhost::activeDatasetData(data)) {
+    refuse(name, "there is no active dataset to analyse (GET DATA or a job's import makes one)");
+    return;
   }
-  return false;
+  std::vector<zorvhost::stats::Item> items;
+  std::string error;
+  if (!zorvhost::stats::runProcedure(name, spec, data, items, error)) {
+    refuse(name, error);
+    return;
+  }
+  for (const auto& item : items) {
+    switch (item.kind) {
+      case zorvhost::stats::Item::Kind::Table:
+        sink_.table(item.table);
+        break;
+      case zorvhost::stats::Item::Kind::Chart:
+        sink_.chart(name, item.title, item.text);
+        break;
+      case zorvhost::stats::Item::Kind::Note:
+        sink_.line(item.text);
+        break;
+    }
+  }
 }
 
 void HostCommands::run(const std::string& name, const std::string& text) {
@@ -53,7 +75,7 @@ void HostCommands::run(const std::string& name, const std::string& text) {
   if (parser.getCommandSpecifications() != 0) return;  // the parser has reported the fault
 
   if (isStatistics(name)) {
-    sink_.line(name + ": command not available in this console yet");
+    statistics(name, spec);
   } else if (name == "GET DATA") {
     getData(spec);
   } else if (name == "DATASET NAME" || name == "DATASET ACTIVATE") {

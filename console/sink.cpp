@@ -42,6 +42,17 @@ void OutputSink::table(const zorvhost::OutputTable& table) {
   html_.push_back(zorvhost::renderTableHtml(table));
 }
 
+void OutputSink::chart(const std::string& procedure, const std::string& title, const std::string& svg) {
+  humanLine("Chart: " + title + " (on the HTML page, --output)");
+  events_.write(chartEvent(procedure, title));
+  if (procedure != lastProcedure_) {
+    html_.push_back("<h2 class=\"zorv-procedure\">" + zorvhost::htmlEscape(procedure) + "</h2>\n");
+    lastProcedure_ = procedure;
+  }
+  html_.push_back("<figure class=\"zorv-chart\">\n" + svg + "<figcaption>" + zorvhost::htmlEscape(title) +
+                  "</figcaption>\n</figure>\n");
+}
+
 void OutputSink::dataset(const zorvhost::DatasetInfo& info) {
   line("Active dataset " + (info.name.empty() ? std::string("(unnamed)") : info.name) + ": " +
        std::to_string(info.cases) + (info.cases == 1 ? " case, " : " cases, ") +

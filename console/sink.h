@@ -33,6 +33,9 @@ class OutputSink {
   // A command as it is run: only the page shows it.
   void command(const std::string& text);
   void table(const zorvhost::OutputTable& table);
+  // A chart of `procedure`: the SVG goes into the page, a chart event (title only) to the events,
+  // and a line to the terminal saying where to see it.
+  void chart(const std::string& procedure, const std::string& title, const std::string& svg);
   // The active dataset after a command changed it: a line, an event, a page message.
   void dataset(const zorvhost::DatasetInfo& info);
   void jobStart(const std::string& job, bool started);

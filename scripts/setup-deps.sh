@@ -8,6 +8,7 @@ packages=(
   clang libclang-rt-14-dev          # libFuzzer and the sanitizer runtimes for the fuzz build
   python3
   rapidjson-dev                     # JSON in the module and the reference host
+  libeigen3-dev libboost-math-dev   # the reference host's statistics: linear algebra, distributions
   libgtest-dev libgmock-dev         # unit tests
   zlib1g-dev libisal-dev libbz2-dev # the engine's decompressors
   pigz                              # gzip/BGZF-style test inputs for the engine
