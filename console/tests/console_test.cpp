@@ -179,7 +179,7 @@ TEST_F(ConsoleTest, AJobsSyntaxRunsAfterItsEndMessageImportingNamingAndActivatin
   EXPECT_NE(out_.find("Active dataset (unnamed): 2 cases, 2 variables.\n"
                       "Active dataset x: 2 cases, 2 variables.\n"
                       "Active dataset x: 2 cases, 2 variables.\n"
-                      "DESCRIPTIVES: command not available in this console yet\n"),
+                      "Descriptive Statistics\n"),
             std::string::npos)
       << out_;
   zorvhost::DatasetData data;
@@ -191,7 +191,7 @@ TEST_F(ConsoleTest, AJobsSyntaxRunsAfterItsEndMessageImportingNamingAndActivatin
   EXPECT_TRUE(std::isnan(data.variables[1].numbers[1]));
 
   auto lines = eventLines();
-  ASSERT_EQ(lines.size(), 7u);
+  ASSERT_EQ(lines.size(), 8u);
   EXPECT_EQ(lines[0], R"({"event":"job_start","job":"x","started":false})");
   EXPECT_EQ(lines[1], R"({"event":"job_start","job":"x","started":true})");
   EXPECT_EQ(lines[2].rfind(R"({"event":"job_end","job":"x","syntax":"GENOSTAT /PRINT)", 0), 0u);
@@ -200,6 +200,7 @@ TEST_F(ConsoleTest, AJobsSyntaxRunsAfterItsEndMessageImportingNamingAndActivatin
   EXPECT_EQ(lines[4], R"({"event":"dataset","name":"","cases":2,"variables":2})");
   EXPECT_EQ(lines[5], R"({"event":"dataset","name":"x","cases":2,"variables":2})");
   EXPECT_EQ(lines[6], R"({"event":"dataset","name":"x","cases":2,"variables":2})");
+  EXPECT_EQ(lines[7].rfind(R"({"event":"table","title":"Descriptive Statistics")", 0), 0u) << lines[7];
 }
 
 TEST_F(ConsoleTest, EveryCommandOfAJobsSyntaxRunsAfterAFailureAndEachFailureIsReported) {

@@ -84,21 +84,26 @@ TEST_F(HostCommandsTest, PreserveAndRestoreKeepTheDecimalMark) {
   EXPECT_TRUE(run("EXECUTE").empty());
 }
 
-TEST_F(HostCommandsTest, StatisticsAreAnnouncedNotRunAndNotFailures) {
-  for (const char* text : {"DESCRIPTIVES VARIABLES=GC /STATISTICS=MEAN", "FREQUENCIES VARIABLES=GC",
+TEST_F(HostCommandsTest, StatisticsRunOnTheActiveDatasetWhichTheyNeed) {
+  EXPECT_EQ(run("DESCRIPTIVES VARIABLES=GC"),
+            std::vector<std::string>{
+                "DESCRIPTIVES: there is no active dataset to analyse (GET DATA or a job's import makes one)"});
+  const std::string path = csv("GC,qc_score,verdict\n40,80,pass\n50,90,warn\n60,85,pass\n45,70,fail\n");
+  ASSERT_TRUE(run("GET DATA /TYPE=TXT /FILE='" + path + "' /FIRSTCASE=2").empty());
+  for (const char* text : {"DESCRIPTIVES VARIABLES=GC /STATISTICS=MEAN", "FREQUENCIES VARIABLES=verdict /HISTOGRAM",
                            "CORRELATIONS /VARIABLES=GC qc_score", "NONPAR CORR /VARIABLES=GC qc_score",
                            "REGRESSION /DEPENDENT GC /METHOD=ENTER qc_score"}) {
     EXPECT_TRUE(run(text).empty()) << text;
   }
-  EXPECT_EQ(human_.str(),
-            "DESCRIPTIVES: command not available in this console yet\n"
-            "FREQUENCIES: command not available in this console yet\n"
-            "CORRELATIONS: command not available in this console yet\n"
-            "NONPAR CORR: command not available in this console yet\n"
-            "REGRESSION: command not available in this console yet\n");
-  // A malformed one is still a fault of the command.
+  for (const char* title : {"Descriptive Statistics\n", "verdict\n", "Correlations\n", "Correlations: Spearman's rho\n",
+                            "Coefficients\n"}) {
+    EXPECT_NE(human_.str().find(title), std::string::npos) << title;
+  }
+  // A malformed one is still a fault of the command, and an unknown variable one of the procedure.
   EXPECT_EQ(run("DESCRIPTIVES /STATISTICS=MEAN"),
             std::vector<std::string>{"DESCRIPTIVES: Line 1, column 30, at end of command: subcommand /VARIABLES is required."});
+  EXPECT_EQ(run("DESCRIPTIVES VARIABLES=nosuch"),
+            std::vector<std::string>{"DESCRIPTIVES: variable nosuch is not in the active dataset"});
 }
 
 TEST_F(HostCommandsTest, EveryFailureOfTheDataCommandsIsReported) {

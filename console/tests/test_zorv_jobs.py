@@ -185,8 +185,8 @@ class JobRun(unittest.TestCase):
             {"event": "dataset", "name": "my_run", "cases": 3, "variables": 27},
             {"event": "dataset", "name": "my_run", "cases": 3, "variables": 27}])
         self.assertNotIn("error", kinds)
-        self.assertIn("DESCRIPTIVES: command not available in this console yet", r.stderr)
-        self.assertIn("FREQUENCIES: command not available in this console yet", r.stderr)
+        self.assertEqual(len(self.tables(events, "Descriptive Statistics")), 1)
+        self.assertEqual(len(self.tables(events, "Statistics")), 1)
         # /DELETE ran: the result CSV is gone and nothing else is left in the folder.
         self.assertEqual(os.listdir(self.temp), [])
 
