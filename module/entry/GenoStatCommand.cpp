@@ -62,6 +62,53 @@ bool isReservedWord(const std::string& name) {
   return false;
 }
 
+// The host language's word characters: a dataset name is one word. Bytes from 0x80 on are letters,
+// so names in any script pass whole.
+bool wordStart(unsigned char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == '@' || c == '#' || c == '$' ||
+         c >= 0x80;
+}
+bool wordChar(unsigned char c) { return wordStart(c) || (c >= '0' && c <= '9') || c == '.'; }
+
+}  // namespace
+
+// A deviation from the job subcommand's rules, for the user's sake: a name is refused up front
+// when the post-job syntax could not carry it (as a quoted literal in the GENOSTAT commands and as
+// a dataset name in DATASET NAME, blanks become '_'), instead of the job failing after its whole
+// analysis has run.
+std::string datasetNameFault(const std::string& name) {
+  std::string carried = name;
+  for (char& c : carried) c = c == ' ' ? '_' : c;
+  std::string why;
+  if (carried.empty()) {
+    why = "it is empty";
+  } else if (name.find('\'') != std::string::npos) {
+    why = "it holds an apostrophe, which would end the quoted name in the job's commands";
+  } else if (!wordStart(static_cast<unsigned char>(carried[0]))) {
+    why = std::string("it starts with '") + carried[0] + "'; a dataset name starts with a letter or one of _ @ # $";
+  } else if (carried.back() == '.') {
+    why = "it ends in a period, which would end the job's DATASET NAME command";
+  } else {
+    for (unsigned char c : carried) {
+      if (!wordChar(c)) {
+        why = std::string("it holds '") + static_cast<char>(c) +
+              "'; a dataset name holds only letters, digits and _ . @ # $ (blanks become _)";
+        break;
+      }
+    }
+  }
+  if (why.empty()) return std::string();
+  std::string fixed;
+  for (unsigned char c : carried) {
+    if (c != '\'') fixed += wordChar(c) ? static_cast<char>(c) : '_';
+  }
+  while (!fixed.empty() && fixed.back() == '.') fixed.pop_back();
+  if (fixed.empty() || !wordStart(static_cast<unsigned char>(fixed[0]))) fixed = "run_" + fixed;
+  return "'" + name + "' cannot name the job's dataset: " + why + ". NAME='" + fixed + "' would work";
+}
+
+namespace {
+
 // Every path must open and hold at least one byte; the first failure ends the command.
 void checkInputFiles(const std::vector<std::string>& paths) {
   for (const std::string& path : paths) {
@@ -219,8 +266,10 @@ void interpretJob(const CommandSpec& spec, GenoJobSettings* settings) {
 
   const ParamObj* nameParam = sub->getParamObj("NAME");
   std::string name;
-  if (!nameParam || !nameParam->getLiteral(name)) return;
-  if (name == "AUTO") {
+  const bool named = nameParam != nullptr && nameParam->getLiteral(name);
+  // A job without a name would fail only after its analysis, when its dataset cannot be named:
+  // it gets an automatic one, which its queued message tells the user.
+  if (name == "AUTO" || (!named && submit)) {
     try {
       settings->jobName = GenoStatAlgoManager::generateUniqueJobName();
     } catch (const GenomicParserException& e) {
@@ -228,6 +277,7 @@ void interpretJob(const CommandSpec& spec, GenoJobSettings* settings) {
     }
     return;
   }
+  if (!named) return;
   if (submit) checkJobName(name);
   settings->jobName = name;
 }
@@ -300,6 +350,8 @@ bool checkJobName(const std::string& name) {
   if (name.size() > kMaxJobNameBytes || isReservedWord(name)) {
     throw GenomicParserException(GenomicParserException::kInvalidJobName);
   }
+  const std::string fault = datasetNameFault(name);
+  if (!fault.empty()) throw GenomicParserException(GenomicParserException::kInvalidJobName, fault);
   // The job's results become a dataset of this name, and the host compares those without case.
   if (ServerDataManager* datasets = ServerDataManager::GetInstance()) {
     std::vector<SvrDMDataset*> list;

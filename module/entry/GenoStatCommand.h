@@ -38,6 +38,9 @@ void interpretRegression(const CommandSpec& spec, GenoJobSettings* settings);
 // A submitted job's own name: at most 255 bytes, not a reserved word, not the name of an open
 // dataset (in any case) nor of a pending or running job. True, or throws code 17 or 18.
 bool checkJobName(const std::string& name);
+// Why the job's post-job syntax could not carry `name` (as a literal and as a dataset name, blanks
+// made '_'), with a name that would work; empty when it can.
+std::string datasetNameFault(const std::string& name);
 
 }  // namespace genostat::entry
 

@@ -380,6 +380,18 @@ TEST_F(EntryTest, QueuedMessageThatThrowsLeavesNoOrphanJobSoTheRetryRuns) {
   EXPECT_EQ(queued(), Texts{"kept"});
 }
 
+TEST_F(EntryTest, NameTheJobsSyntaxCouldNotCarryIsRefusedUpFrontAndNoNameGetsAnAutomaticOne) {
+  // Before, these passed and broke the job's DATASET NAME after its whole analysis had run.
+  refused(submit("run-2024-w12"),
+          "Invalid job name: 'run-2024-w12' cannot name the job's dataset: it holds '-'; a dataset name holds "
+          "only letters, digits and _ . @ # $ (blanks become _). NAME='run_2024_w12' would work");
+  refused("GENOSTAT /JOB FILE='" + fastq_ + "' NAME='Bob''s run'.",
+          "Invalid job name: 'Bob's run' cannot name the job's dataset: it holds an apostrophe, which would end "
+          "the quoted name in the job's commands. NAME='Bobs_run' would work");
+  ok("GENOSTAT /JOB FILE='" + fastq_ + "'.");
+  EXPECT_EQ(queued(), Texts{"Genomic_analysis_job_1"});
+}
+
 TEST_F(EntryTest, FileListTooLongForTheLaunchIsRefusedUpFrontSuggestingFolder) {
   // Before, it was queued and failed after the fact (POSIX: exit 127, "Unknown error occurred";
   // Windows: cmd.exe's line cut short).
