@@ -262,7 +262,7 @@ void Console::handle(const Chunk& chunk, const std::string& where) {
 
 bool Console::runCommand(const std::string& text, const std::string& where, bool fromUser) {
   std::string name = commandNameOf(text);
-  sink_.command(text);
+  sink_.command(text, !fromUser);
   if (name.empty()) {
     std::string first = trim(text);
     first = first.substr(0, first.find_first_of(" \t\n"));

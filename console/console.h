@@ -109,7 +109,10 @@ class Console {
   std::shared_ptr<Mailbox> mailbox() const { return mailbox_; }
 
   // Set when the human output is a terminal: a running job shows its elapsed time there.
-  void setStatusLine(bool onTerminal) { sink_.setStatusAllowed(onTerminal); }
+  void setStatusLine(bool onTerminal) {
+    sink_.setStatusAllowed(onTerminal);
+    sink_.setColour(onTerminal);
+  }
 
  private:
   void runText(const std::string& text, const std::string& where);

@@ -1,5 +1,7 @@
 #include "events.h"
 
+#include <cmath>
+
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -106,6 +108,38 @@ std::string jobEndEvent(const std::string& job, const std::string& syntax, const
   w.Int(workbook);
   key(w, "paragraph");
   w.Int(paragraph);
+  w.EndObject();
+  return buf.GetString();
+}
+
+std::string datasetValuesEvent(const std::string& name, const zorvhost::DatasetData& data) {
+  rapidjson::StringBuffer buf;
+  Writer w(buf);
+  w.StartObject();
+  key(w, "event");
+  w.String("dataset_values");
+  key(w, "name");
+  text(w, name);
+  key(w, "variables");
+  w.StartArray();
+  for (const auto& v : data.variables) text(w, v.name);
+  w.EndArray();
+  key(w, "cases");
+  w.StartArray();
+  for (size_t row = 0; row < data.cases; ++row) {
+    w.StartArray();
+    for (const auto& v : data.variables) {
+      if (v.type == zorvhost::Variable::Type::String) {
+        text(w, v.strings[row]);
+      } else if (std::isfinite(v.numbers[row])) {
+        w.Double(v.numbers[row]);
+      } else {
+        w.Null();
+      }
+    }
+    w.EndArray();
+  }
+  w.EndArray();
   w.EndObject();
   return buf.GetString();
 }

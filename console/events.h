@@ -19,6 +19,8 @@
 #include <cstdio>
 #include <string>
 
+#include "zorvhost/client.h"
+
 namespace zorv {
 
 std::string errorEvent(const std::string& command, const std::string& text);
@@ -26,6 +28,9 @@ std::string jobStartEvent(const std::string& job, bool started);
 std::string jobEndEvent(const std::string& job, const std::string& syntax, const std::string& csv,
                         int32_t workbook, int32_t paragraph);
 std::string datasetEvent(const std::string& name, size_t cases, size_t variables);
+// {"event":"dataset_values","name":...,"variables":[...],"cases":[[...],...]}: a job's dataset
+// as values, one array per case (numbers as numbers, missing as null, strings as strings).
+std::string datasetValuesEvent(const std::string& name, const zorvhost::DatasetData& data);
 // {"event":"chart","procedure":...,"title":...}: a chart went to the HTML page.
 std::string chartEvent(const std::string& procedure, const std::string& title);
 

@@ -7,6 +7,7 @@
 #include "zorvhost/client.h"
 #include "zorvhost/commands.h"
 #include "zorvhost/stats.h"
+#include "qcview.h"
 
 namespace zorv {
 
@@ -90,6 +91,11 @@ void HostCommands::run(const std::string& name, const std::string& text) {
       refuse(name, error);
     } else if (zorvhost::activeDataset(info)) {
       sink_.dataset(info);
+      zorvhost::DatasetData data;
+      // Naming is where a job's import becomes its dataset: the moment to show its samples.
+      if (name == "DATASET NAME" && zorvhost::activeDatasetData(data) && isQcDataset(data)) {
+        sink_.qcDataset(info.name, data);
+      }
     }
   } else if (name == "SET") {
     SubComObj* decimal = spec.getSubComObj("DECIMAL");

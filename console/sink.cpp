@@ -1,5 +1,7 @@
 #include "sink.h"
 
+#include "qcview.h"
+
 namespace zorv {
 
 OutputSink::OutputSink(std::ostream& human, std::ostream& errors, EventLog& events)
@@ -11,9 +13,23 @@ void OutputSink::humanLine(const std::string& text) {
   human_ << text << '\n' << std::flush;
 }
 
+void OutputSink::page(std::string fragment) {
+  if (foldOpen_) {
+    html_.push_back("</details>\n");
+    foldOpen_ = false;
+  }
+  html_.push_back(std::move(fragment));
+}
+
+std::string OutputSink::anchor(int level, const std::string& text) {
+  const std::string id = "s" + std::to_string(outline_.size() + 1);
+  outline_.push_back({level, id, text});
+  return id;
+}
+
 void OutputSink::line(const std::string& text) {
   humanLine(text);
-  html_.push_back("<p class=\"zorv-message\">" + zorvhost::htmlEscape(text) + "</p>\n");
+  page("<p class=\"zorv-message\">" + zorvhost::htmlEscape(text) + "</p>\n");
 }
 
 void OutputSink::error(const std::string& where, const std::string& command, const std::string& text) {
@@ -21,36 +37,49 @@ void OutputSink::error(const std::string& where, const std::string& command, con
   human_.flush();
   errors_ << where << ": " << command << ": " << text << std::endl;
   events_.write(errorEvent(command, text));
-  html_.push_back("<p class=\"zorv-error\">" + zorvhost::htmlEscape(where + ": " + command + ": " + text) +
-                  "</p>\n");
+  page("<p class=\"zorv-error\">" + zorvhost::htmlEscape(where + ": " + command + ": " + text) + "</p>\n");
 }
 
-void OutputSink::command(const std::string& text) {
-  html_.push_back("<pre class=\"zorv-command\">" + zorvhost::htmlEscape(text) + ".</pre>\n");
+void OutputSink::command(const std::string& text, bool generated) {
+  const std::string pre = "<pre class=\"zorv-command\">" + zorvhost::htmlEscape(text) + ".</pre>\n";
+  if (!generated) {
+    page(pre);
+  } else {
+    if (!foldOpen_) {
+      html_.push_back("<details class=\"zorv-generated\"><summary>Commands the job ran</summary>\n");
+      foldOpen_ = true;
+    }
+    html_.push_back(pre);
+  }
   lastProcedure_.clear();
 }
 
 void OutputSink::table(const zorvhost::OutputTable& table) {
   clearStatus();
   if (interactive_) human_ << '\r';
-  human_ << zorvhost::renderTableText(table) << std::flush;
+  const std::string text = zorvhost::renderTableText(table);
+  human_ << (colour_ ? colourVerdicts(text) : text) << std::flush;
   events_.write(zorvhost::tableEventJson(table));
   if (table.procedure != lastProcedure_) {
-    html_.push_back("<h2 class=\"zorv-procedure\">" + zorvhost::htmlEscape(table.procedure) + "</h2>\n");
+    const std::string id = anchor(2, table.procedure);
+    page("<h2 class=\"zorv-procedure\" id=\"" + id + "\">" + zorvhost::htmlEscape(table.procedure) + "</h2>\n");
     lastProcedure_ = table.procedure;
   }
-  html_.push_back(zorvhost::renderTableHtml(table));
+  const std::string id = anchor(3, table.title);
+  page("<div id=\"" + id + "\">" + zorvhost::renderTableHtml(table) + "</div>\n");
 }
 
-void OutputSink::chart(const std::string& procedure, const std::string& title, const std::string& svg) {
-  humanLine("Chart: " + title + " (on the HTML page, --output)");
+void OutputSink::chart(const std::string& procedure, const std::string& title, const std::string& svg, bool announce) {
+  if (announce) humanLine("Chart: " + title + " (on the HTML page, --output)");
   events_.write(chartEvent(procedure, title));
   if (procedure != lastProcedure_) {
-    html_.push_back("<h2 class=\"zorv-procedure\">" + zorvhost::htmlEscape(procedure) + "</h2>\n");
+    const std::string id = anchor(2, procedure);
+    page("<h2 class=\"zorv-procedure\" id=\"" + id + "\">" + zorvhost::htmlEscape(procedure) + "</h2>\n");
     lastProcedure_ = procedure;
   }
-  html_.push_back("<figure class=\"zorv-chart\">\n" + svg + "<figcaption>" + zorvhost::htmlEscape(title) +
-                  "</figcaption>\n</figure>\n");
+  const std::string id = anchor(3, title);
+  page("<figure class=\"zorv-chart\" id=\"" + id + "\">\n" + svg + "<figcaption>" + zorvhost::htmlEscape(title) +
+       "</figcaption>\n</figure>\n");
 }
 
 void OutputSink::dataset(const zorvhost::DatasetInfo& info) {
@@ -58,6 +87,15 @@ void OutputSink::dataset(const zorvhost::DatasetInfo& info) {
        std::to_string(info.cases) + (info.cases == 1 ? " case, " : " cases, ") +
        std::to_string(info.variables) + (info.variables == 1 ? " variable." : " variables."));
   events_.write(datasetEvent(info.name, info.cases, info.variables));
+}
+
+void OutputSink::qcDataset(const std::string& name, const zorvhost::DatasetData& data) {
+  table(qcSampleTable(name, data));
+  events_.write(datasetValuesEvent(name, data));
+  const auto charts = qcOverviewCharts(data);
+  humanLine("Charts: " + std::to_string(charts.size()) +
+            " overviews of the samples (qc_score, GC, mean quality, verdicts per QC module) on the HTML page, --output");
+  for (const auto& [title, svg] : charts) chart("QC results", title, svg, false);
 }
 
 void OutputSink::jobStart(const std::string& job, bool started) {
@@ -68,6 +106,10 @@ void OutputSink::jobStart(const std::string& job, bool started) {
 void OutputSink::jobEnd(const std::string& job, const std::string& syntax, const std::string& csv,
                         int32_t workbook, int32_t paragraph) {
   events_.write(jobEndEvent(job, syntax, csv, workbook, paragraph));
+  if (syntax.empty()) return;  // a cancel: nothing follows on the page
+  const std::string id = anchor(1, "Job " + job);
+  page("<h2 class=\"zorv-job\" id=\"" + id + "\">Job " + zorvhost::htmlEscape(job) + "</h2>\n");
+  lastProcedure_.clear();
 }
 
 void OutputSink::status(const std::string& text) {
@@ -88,10 +130,19 @@ void OutputSink::prompt(const std::string& text) {
 }
 
 std::string OutputSink::htmlPage() const {
-  std::string page = zorvhost::htmlPageHeader("zorv session");
-  for (const auto& fragment : html_) page += fragment;
-  page += zorvhost::htmlPageFooter();
-  return page;
+  std::string text = zorvhost::htmlPageHeader("zorv session");
+  if (!outline_.empty()) {
+    text += "<nav class=\"zorv-outline\"><strong>Contents</strong>\n<ul>\n";
+    for (const auto& e : outline_) {
+      text += "<li class=\"zorv-level" + std::to_string(e.level) + "\"><a href=\"#" + e.id + "\">" +
+              zorvhost::htmlEscape(e.text) + "</a></li>\n";
+    }
+    text += "</ul>\n</nav>\n";
+  }
+  for (const auto& fragment : html_) text += fragment;
+  if (foldOpen_) text += "</details>\n";
+  text += zorvhost::htmlPageFooter();
+  return text;
 }
 
 }  // namespace zorv

@@ -309,11 +309,18 @@ TEST_F(ConsoleTest, TheOutputPageHoldsTablesErrorsAndJobMessages) {
   std::string page = slurp(options_.outputPath);
   EXPECT_EQ(page.rfind("<!DOCTYPE html>", 0), 0u) << page.substr(0, 200);
   EXPECT_NE(page.find("<p class=\"zorv-message\">Job x queued.</p>"), std::string::npos);
-  EXPECT_NE(page.find("<h2 class=\"zorv-procedure\">GENOSTAT</h2>"), std::string::npos);
+  // An outline links the job, its procedures and tables; the job's own commands are folded away.
+  EXPECT_NE(page.find("<nav class=\"zorv-outline\">"), std::string::npos);
+  EXPECT_NE(page.find("<a href=\"#s1\">Job x</a>"), std::string::npos) << page;
+  EXPECT_NE(page.find("<h2 class=\"zorv-job\" id=\"s1\">Job x</h2>"), std::string::npos);
+  EXPECT_NE(page.find("<h2 class=\"zorv-procedure\" id=\"s2\">GENOSTAT</h2>"), std::string::npos);
   EXPECT_NE(page.find("<table class=\"zorv-table\">"), std::string::npos);
-  EXPECT_NE(page.find("<pre class=\"zorv-command\">GENOSTAT /DELETE FILE=&#39;&lt;b&gt;&#39;.</pre>"),
-            std::string::npos)
-      << page;
+  const size_t fold = page.find("<details class=\"zorv-generated\"><summary>Commands the job ran</summary>");
+  const size_t deleted = page.find("<pre class=\"zorv-command\">GENOSTAT /DELETE FILE=&#39;&lt;b&gt;&#39;.</pre>");
+  ASSERT_NE(deleted, std::string::npos) << page;
+  EXPECT_LT(fold, deleted);
+  EXPECT_EQ(page.find("<pre class=\"zorv-command\">GENOSTAT /JOB NAME=&#39;x&#39;.</pre>"), page.find("<pre"))
+      << "the user's own command stands unfolded, first";
   EXPECT_NE(page.find("<p class=\"zorv-error\">job x:2: GENOSTAT: delete refused</p>"), std::string::npos);
   EXPECT_NE(page.find("BOGUS: unrecognized command"), std::string::npos);
   EXPECT_NE(page.find("</html>"), std::string::npos);

@@ -94,8 +94,25 @@ class StatisticsEndToEnd(unittest.TestCase):
         self.assertIn("95.0% CI Lower Bound", coefficients["Model 1 GC"])
         self.assertEqual(self.table("ANOVA")["Model 1 Total"]["df"], str(len(RUNS) - 1))
         charts = [e["title"] for e in self.events if e["event"] == "chart"]
-        self.assertEqual(charts, ["Histogram of qc_score",
-                                  "Normal P-P Plot of Regression Standardized Residual (qc_score)"])
+        self.assertEqual(len(charts), 6, charts)  # four overviews of the samples, then the procedures'
+        self.assertEqual(charts[4:], ["Histogram of qc_score",
+                                      "Normal P-P Plot of Regression Standardized Residual (qc_score)"])
+
+    def test_the_samples_show_as_a_table_and_as_values_once_the_dataset_is_named(self):
+        samples = self.table("QC results by sample (qc_week)")
+        self.assertEqual(sorted(samples), [name for name, *_ in RUNS])
+        for row in samples.values():
+            self.assertEqual(row["Reads"], "3000")
+            verdicts = list(row.values())[4:]
+            self.assertEqual(len(verdicts), 11)
+            # No tile in these headers: the per-tile module has no verdict, and its cell stays empty.
+            self.assertTrue(set(verdicts[:10]) <= {"pass", "warn", "fail"}, verdicts)
+            self.assertEqual(verdicts[10], "")
+        values = [e for e in self.events if e["event"] == "dataset_values"]
+        self.assertEqual(len(values), 1)
+        self.assertEqual(values[0]["name"], "qc_week")
+        self.assertEqual(len(values[0]["cases"]), len(RUNS))
+        self.assertEqual(values[0]["variables"][:2], ["Sample", "Adapter_Type"])
 
     def test_the_page_loads_in_a_browser_with_every_chart_drawn(self):
         browser = shutil.which("chromium") or shutil.which("chromium-browser")
@@ -109,7 +126,7 @@ class StatisticsEndToEnd(unittest.TestCase):
                              timeout=120)
         self.assertEqual(dom.returncode, 0, dom.stderr[-2000:])
         charts = re.findall(r"<svg[^>]*zorv-chart.*?</svg>", dom.stdout, re.S)
-        self.assertEqual(len(charts), 2, "charts in the page as the browser parsed it")
+        self.assertEqual(len(charts), 6, "charts in the page as the browser parsed it")
         for svg in charts:
             marks = len(re.findall(r'class="(bar|point|curve)"', svg))
             self.assertGreater(marks, 2, "a chart without marks: " + svg[:300])

@@ -332,7 +332,8 @@ std::string htmlText(const std::string& text) {
 
 std::string renderTableHtml(const OutputTable& table) {
   const Grid g = gridOf(table);
-  std::string out = "<table class=\"zorv-table\">\n";
+  // The frame scrolls a wide table sideways on a narrow screen instead of squeezing its cells.
+  std::string out = "<div class=\"zorv-frame\"><table class=\"zorv-table\">\n";
   if (!table.hideTitle) out += "<caption>" + htmlText(table.title) + "</caption>\n";
   if (g.headerShown) {
     out += "<thead><tr>";
@@ -346,12 +347,18 @@ std::string renderTableHtml(const OutputTable& table) {
   for (std::size_t i = 1; i < g.rows.size(); ++i) {
     out += "<tr><th scope=\"row\">" + htmlText(g.rows[i][0]) + "</th>";
     for (std::size_t c = 1; c < g.rows[i].size(); ++c) {
-      out += looksNumeric(g.rows[i][c]) ? "<td class=\"zorv-num\">" : "<td>";
+      const std::string& text = g.rows[i][c];
+      // QC verdicts are coloured wherever they appear: pass, warn and fail read at a glance.
+      if (text == "pass" || text == "warn" || text == "fail") {
+        out += "<td class=\"zorv-verdict zorv-" + text + "\">";
+      } else {
+        out += looksNumeric(text) ? "<td class=\"zorv-num\">" : "<td>";
+      }
       out += htmlText(g.rows[i][c]) + "</td>";
     }
     out += "</tr>\n";
   }
-  out += "</tbody>\n</table>\n";
+  out += "</tbody>\n</table></div>\n";
   return out;
 }
 
@@ -371,7 +378,26 @@ std::string htmlPageHeader(const std::string& title) {
          "table.zorv-table td.zorv-num { text-align: right; font-variant-numeric: tabular-nums; }\n"
          "p.zorv-error { color: #a00; }\n"
          "p.zorv-message { color: #555; }\n"
-         "pre.zorv-command { background: #f4f4f4; padding: 0.4em; }\n"
+         "pre.zorv-command { background: #f4f4f4; padding: 0.4em; overflow-x: auto; }\n"
+         "div.zorv-frame { overflow-x: auto; max-width: 100%; }\n"
+         "td.zorv-pass { background: #d8f0d8; color: #14501a; }\n"
+         "td.zorv-warn { background: #fbeec0; color: #6a4a00; }\n"
+         "td.zorv-fail { background: #f6d0cc; color: #7a1410; font-weight: bold; }\n"
+         "h2.zorv-job { border-bottom: 2px solid #2f4f75; padding-bottom: 0.2em; margin-top: 2em; }\n"
+         "nav.zorv-outline { border: 1px solid #ccc; background: #fafafa; padding: 0.5em 1em; margin-bottom: 1.5em; }\n"
+         "nav.zorv-outline ul { margin: 0.2em 0; padding-left: 1.2em; }\n"
+         "nav.zorv-outline li.zorv-level2 { margin-left: 1.2em; }\n"
+         "nav.zorv-outline li.zorv-level3 { margin-left: 2.4em; font-size: 0.9em; }\n"
+         "details.zorv-generated { margin: 0.3em 0; color: #555; }\n"
+         "details.zorv-generated summary { cursor: pointer; font-size: 0.9em; }\n"
+         "figure.zorv-chart { margin: 0.5em 0 1.5em; }\n"
+         "figure.zorv-chart svg { max-width: 100%; height: auto; }\n"
+         "figure.zorv-chart figcaption { font-size: 0.9em; color: #555; }\n"
+         "@media (max-width: 640px) { body { margin: 0.5em; } }\n"
+         "@media print { body { margin: 0; } nav.zorv-outline { display: none; }"
+         " details.zorv-generated { display: none; } h2.zorv-job { break-before: page; }"
+         " table.zorv-table, figure.zorv-chart { break-inside: avoid; }"
+         " td.zorv-pass, td.zorv-warn, td.zorv-fail { print-color-adjust: exact; -webkit-print-color-adjust: exact; } }\n"
          "</style>\n</head>\n<body>\n";
 }
 

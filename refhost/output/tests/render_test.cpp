@@ -180,14 +180,14 @@ TEST(TextTable, EmptyTableStillRenders) {
 
 TEST(HtmlTable, SummaryStructure) {
   EXPECT_EQ(zorvhost::renderTableHtml(summaryTable()),
-            "<table class=\"zorv-table\">\n"
+            "<div class=\"zorv-frame\"><table class=\"zorv-table\">\n"
             "<caption>Summary</caption>\n"
             "<thead><tr><th class=\"zorv-corner\"></th><th scope=\"col\">Count</th></tr></thead>\n"
             "<tbody>\n"
             "<tr><th scope=\"row\">Samples</th><td class=\"zorv-num\">3</td></tr>\n"
             "<tr><th scope=\"row\">Variables</th><td class=\"zorv-num\">27</td></tr>\n"
             "</tbody>\n"
-            "</table>\n");
+            "</table></div>\n");
 }
 
 TEST(HtmlTable, EveryTextIsEscaped) {
