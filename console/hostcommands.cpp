@@ -7,14 +7,15 @@
 #include "zorvhost/client.h"
 #include "zorvhost/commands.h"
 #include "zorvhost/stats.h"
+#include "datacommands.h"
 #include "qcview.h"
 
 namespace zorv {
 
 namespace {
 
-const char* const kRun[] = {"GET DATA", "DATASET NAME", "DATASET ACTIVATE", "SET",  "PRESERVE",
-                            "RESTORE",  "CACHE",        "EXECUTE"};
+const char* const kRun[] = {"GET DATA", "DATASET NAME", "DATASET ACTIVATE", "SET", "PRESERVE", "RESTORE",
+                            "CACHE", "EXECUTE", "LIST", "DISPLAY DICTIONARY", "SAVE TRANSLATE"};
 
 bool literalOf(const CommandSpec& spec, const char* sub, std::string& value) {
   SubComObj* s = spec.getSubComObj(sub);
@@ -77,6 +78,12 @@ void HostCommands::run(const std::string& name, const std::string& text) {
 
   if (isStatistics(name)) {
     statistics(name, spec);
+  } else if (name == "LIST") {
+    listCases(spec, sink_);
+  } else if (name == "DISPLAY DICTIONARY") {
+    displayDictionary(sink_);
+  } else if (name == "SAVE TRANSLATE") {
+    saveTranslate(spec, sink_);
   } else if (name == "GET DATA") {
     getData(spec);
   } else if (name == "DATASET NAME" || name == "DATASET ACTIVATE") {

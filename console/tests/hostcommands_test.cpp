@@ -32,7 +32,7 @@ class HostCommandsTest : public ::testing::Test {
   // Runs one command; the errors it reported, as "COMMAND: text".
   std::vector<std::string> run(const std::string& text) {
     std::string name = text.substr(0, text.find(' '));
-    if (name == "GET" || name == "DATASET" || name == "NONPAR") {
+    if (name == "GET" || name == "DATASET" || name == "NONPAR" || name == "SAVE" || name == "DISPLAY") {
       size_t second = text.find(' ', name.size() + 1);
       name = text.substr(0, second);
     }
@@ -104,6 +104,35 @@ TEST_F(HostCommandsTest, StatisticsRunOnTheActiveDatasetWhichTheyNeed) {
             std::vector<std::string>{"DESCRIPTIVES: Line 1, column 30, at end of command: subcommand /VARIABLES is required."});
   EXPECT_EQ(run("DESCRIPTIVES VARIABLES=nosuch"),
             std::vector<std::string>{"DESCRIPTIVES: variable nosuch is not in the active dataset"});
+}
+
+TEST_F(HostCommandsTest, ADatasetIsListedDescribedAndKeptAsCsvThatReadsBackTheSame) {
+  for (const char* command : {"LIST", "DISPLAY DICTIONARY", "SAVE TRANSLATE OUTFILE='x.csv'"}) {
+    EXPECT_EQ(run(command).size(), 1u) << command << ": no active dataset";
+  }
+  const std::string original = "Sample,GC,verdict\n\"a,1\",41.5,pass\nb,,fail\nc,50,\"say \"\"hi\"\"\"\n";
+  const std::string path = csv(original);
+  const std::string import = "GET DATA /TYPE=TXT /FILE='" + path + "' /FIRSTCASE=2 /QUALIFIER='\"'";
+  ASSERT_TRUE(run(import).empty());
+  ASSERT_TRUE(run("LIST VARIABLES=gc TO verdict /CASES FROM=2 TO=2").empty());
+  EXPECT_NE(human_.str().find("│ 2 │ .  │ fail    │"), std::string::npos) << human_.str();
+  ASSERT_TRUE(run("DISPLAY DICTIONARY").empty());
+  EXPECT_NE(human_.str().find("share of G and C among the A, C, G and T bases"), std::string::npos);
+
+  const std::string saved = (dir_ / "kept.csv").string();
+  const std::string save = "SAVE TRANSLATE OUTFILE='" + saved + "' /TYPE=CSV /FIELDNAMES";
+  ASSERT_TRUE(run(save).empty());
+  std::ifstream in(saved, std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), original);
+  const std::vector<std::pair<std::string, std::string>> refused = {
+      {save, "SAVE TRANSLATE: " + saved + " exists already; add /REPLACE to overwrite it"},
+      {"SAVE TRANSLATE OUTFILE='" + (dir_ / "no" / "x.csv").string() + "'",
+       "SAVE TRANSLATE: cannot write " + (dir_ / "no" / "x.csv").string() + " (its folder is missing or not writable)"},
+      {"LIST /CASES FROM=3 TO=2", "LIST: /CASES FROM=3 TO=2 names no case; cases are counted from 1"},
+      {"LIST VARIABLES=nosuch", "LIST: variable nosuch is not in the active dataset"}};
+  for (const auto& [command, error] : refused) EXPECT_EQ(run(command), std::vector<std::string>{error});
+  EXPECT_TRUE(run(save + " /REPLACE").empty());
+  EXPECT_FALSE(std::filesystem::exists(saved + ".part"));
 }
 
 TEST_F(HostCommandsTest, EveryFailureOfTheDataCommandsIsReported) {

@@ -80,6 +80,28 @@ CommandDescriptor set() {
   return cmd;
 }
 
+// The commands a user reaches for to see and keep a dataset.
+CommandDescriptor list() {
+  CommandDescriptor cmd("LIST");
+  cmd.setFirstSubComWithoutSlash(true);
+  cmd.addSubComDesc(valued("VARIABLES", SubComValueOptionalEquals, names("VARIABLES")));
+  SubComDescriptor cases("CASES", SubComStandard, false, false);
+  cases.addParamDesc(ParamDescriptor("FROM", ParamInteger, false, true, NoBrackets));
+  cases.addParamDesc(ParamDescriptor("TO", ParamInteger, false, true, NoBrackets));
+  cmd.addSubComDesc(cases);
+  return cmd;
+}
+
+CommandDescriptor saveTranslate() {
+  CommandDescriptor cmd("SAVE TRANSLATE");
+  cmd.setFirstSubComWithoutSlash(true);
+  cmd.addSubComDesc(valued("OUTFILE", SubComValue, literal("OUTFILE"), true));
+  cmd.addSubComDesc(valued("TYPE", SubComValue, keyword("TYPE", {"CSV", "TAB"})));
+  cmd.addSubComDesc(SubComDescriptor("FIELDNAMES", SubComBare, false, false));
+  cmd.addSubComDesc(SubComDescriptor("REPLACE", SubComBare, false, false));
+  return cmd;
+}
+
 CommandDescriptor descriptives() {
   CommandDescriptor cmd("DESCRIPTIVES");
   cmd.setFirstSubComWithoutSlash(true);
@@ -155,6 +177,9 @@ const std::vector<CommandDescriptor>& catalogue() {
     c.push_back(datasetCommand("DATASET ACTIVATE"));
     for (const char* plain : {"PRESERVE", "RESTORE", "CACHE", "EXECUTE"}) c.emplace_back(plain);
     c.push_back(set());
+    c.push_back(list());
+    c.emplace_back("DISPLAY DICTIONARY");
+    c.push_back(saveTranslate());
     c.push_back(descriptives());
     c.push_back(frequencies());
     c.push_back(correlations("CORRELATIONS", {"ONETAIL", "TWOTAIL", "SIG", "NOSIG", "FULL", "LOWER"},

@@ -34,6 +34,11 @@ bool Procedure::variables(const char* sub, std::vector<std::size_t>& out, std::s
 
 bool Procedure::resolve(const std::vector<std::string>& names, std::vector<std::size_t>& out,
                         std::string& error) const {
+  return resolveVariables(names, data_, out, error);
+}
+
+bool resolveVariables(const std::vector<std::string>& names, const DatasetData& data_, std::vector<size_t>& out,
+                      std::string& error) {
   out.clear();
   std::vector<bool> taken(data_.variables.size(), false);
   auto add = [&](std::size_t i) {

@@ -34,4 +34,9 @@ ZORV_HOST_API bool isProcedure(const std::string& name);
 ZORV_HOST_API bool runProcedure(const std::string& name, const CommandSpec& spec, const DatasetData& data,
                                 std::vector<Item>& items, std::string& error);
 
+// The variables a list names, as every procedure reads one: names in any case, `ALL`, `a TO b` in
+// dataset order; each once, in the order named. False with `error` for a name `data` does not hold.
+ZORV_HOST_API bool resolveVariables(const std::vector<std::string>& names, const DatasetData& data,
+                                    std::vector<size_t>& out, std::string& error);
+
 }  // namespace zorvhost::stats

@@ -77,10 +77,10 @@ TEST(Catalogue, FindsEveryPostJobCommandIgnoringCaseAndBlanks) {
                                        "RESTORE",      "CACHE",        "EXECUTE",          "SET",
                                        "DESCRIPTIVES", "FREQUENCIES",  "CORRELATIONS",     "NONPAR CORR",
                                        "REGRESSION"};
-  auto names = zorvhost::catalogueCommandNames();
-  std::sort(names.begin(), names.end());
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(names, expected);
+  const auto names = zorvhost::catalogueCommandNames();
+  for (const auto& name : expected) {
+    EXPECT_NE(std::find(names.begin(), names.end(), name), names.end()) << name;
+  }
   for (const auto& name : expected) EXPECT_NE(zorvhost::findCommandDescriptor(name), nullptr) << name;
   EXPECT_NE(zorvhost::findCommandDescriptor("get  data"), nullptr);
   EXPECT_NE(zorvhost::findCommandDescriptor(" Nonpar Corr "), nullptr);
