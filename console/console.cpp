@@ -375,6 +375,9 @@ void Console::runJobSyntax(TrackedJob& job, const ClientMessage& m) {
   bool haveCode = messageCodeOf(m.syntax, code);
   job.messageCode = code;
   job.outcome = haveCode && code == 100 ? JobOutcome::Succeeded : JobOutcome::Failed;
+  // A failed run has the module write its diagnostic ("\n  file :...") to standard output without
+  // a line end; the next message must not run into it.
+  if (job.outcome == JobOutcome::Failed) sink_.endForeignLine();
   say("Job " + m.job + " ended; running its syntax.");
   // Every command runs, whatever became of the one before: the last one removes the result file.
   const std::string where = "job " + m.job;

@@ -2,6 +2,8 @@
 
 #include "qcview.h"
 
+#include <cstdio>
+
 namespace zorv {
 
 OutputSink::OutputSink(std::ostream& human, std::ostream& errors, EventLog& events)
@@ -122,6 +124,12 @@ void OutputSink::clearStatus() {
   if (!statusShown_) return;
   human_ << "\r\033[K" << std::flush;
   statusShown_ = false;
+}
+
+void OutputSink::endForeignLine() {
+  clearStatus();
+  std::fflush(stdout);  // the module writes through C's stdout, which may still hold its text
+  human_ << '\n' << std::flush;
 }
 
 void OutputSink::prompt(const std::string& text) {

@@ -50,6 +50,8 @@ class OutputSink {
   // A one-line status (no line break) that the next output replaces; ignored unless allowed.
   void status(const std::string& text);
   void clearStatus();
+  // Ends a line that something else (the module's diagnostics) may have left open on the terminal.
+  void endForeignLine();
   // Writes the prompt text as it stands (no line break).
   void prompt(const std::string& text);
 

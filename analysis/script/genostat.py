@@ -394,7 +394,9 @@ def run_engine(command, files, csv_path, progress_stream):
         if display is not None:
             display.clear()
     if returncode != ENGINE_OK:
-        for line in messages:
+        # The engine's last message is the reason, which the job's one error line below carries;
+        # what came before it is shown too, but never the reason twice.
+        for line in list(messages)[:-1]:
             sys.stderr.write(line + "\n")
         raise map_engine_failure(returncode, messages[-1] if messages else "", files, csv_path)
 
@@ -465,8 +467,10 @@ def run(argv, progress_stream=None):
     if csv_path is not None:
         remove_quietly(part_file_path(csv_path))
     write_error_details(csv_path, code, value)
-    sys.stderr.write("genostat: error %d:%s\n" % (code, (" " + diagnostic) if diagnostic
-                                                   else (value or "")))
+    # The details value is written to be appended to a template (" path" or ": path: reason"); the
+    # line reads "genostat: error 5: path: reason" either way.
+    reason = diagnostic if diagnostic else (value or "").lstrip(": ")
+    sys.stderr.write("genostat: error %d%s\n" % (code, (": " + reason) if reason else ""))
     return code
 
 

@@ -331,6 +331,16 @@ class ResultTest(ScriptCase):
         self.assertFalse(os.path.exists(self.csv + ".part"))
         self.assertTrue(os.path.isdir(self.csv))
 
+    def test_an_engine_failure_reaches_stderr_once_as_one_readable_line(self):
+        # Before, the engine's line was echoed and then repeated as "genostat: error 5:: ...".
+        fq = write_fastq(os.path.join(self.data, "a.fq"))
+        reason = "%s: record 1, line 4: quality length 3 differs from sequence length 4" % fq
+        result = self.run_job(job(self.csv, files=[fq]), mode="exit:65:genostat-qc: error: " + reason)
+        self.assertEqual(result.returncode, 5)
+        stderr = result.stderr.decode()
+        self.assertEqual(stderr.count(reason), 1, stderr)
+        self.assertTrue(stderr.endswith("\ngenostat: error 5: %s\n" % reason), stderr)
+
     def test_result_folder_that_does_not_exist_is_9_with_nowhere_for_details(self):
         fq = write_fastq(os.path.join(self.data, "a.fq"))
         csv = os.path.join(self.tmp, "gone", "out.csv")
