@@ -197,7 +197,7 @@ void saveTranslate(const CommandSpec& spec, OutputSink& sink) {
   std::remove(path.c_str());
   if (std::rename(part.c_str(), path.c_str()) != 0) {
     std::remove(part.c_str());
-    refuse(name, "cannot write " + path);
+    refuse(name, "cannot replace " + path + " (is it open in another program?)");
     return;
   }
   sink.line("SAVE TRANSLATE: " + std::to_string(data.cases) + " cases and " + std::to_string(data.variables.size()) +

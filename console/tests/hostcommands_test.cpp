@@ -122,8 +122,10 @@ TEST_F(HostCommandsTest, ADatasetIsListedDescribedAndKeptAsCsvThatReadsBackTheSa
   const std::string saved = (dir_ / "kept.csv").string();
   const std::string save = "SAVE TRANSLATE OUTFILE='" + saved + "' /TYPE=CSV /FIELDNAMES";
   ASSERT_TRUE(run(save).empty());
-  std::ifstream in(saved, std::ios::binary);
-  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), original);
+  {
+    std::ifstream in(saved, std::ios::binary);  // closed again before the file is replaced
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), original);
+  }
   const std::vector<std::pair<std::string, std::string>> refused = {
       {save, "SAVE TRANSLATE: " + saved + " exists already; add /REPLACE to overwrite it"},
       {"SAVE TRANSLATE OUTFILE='" + (dir_ / "no" / "x.csv").string() + "'",
