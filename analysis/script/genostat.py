@@ -21,8 +21,10 @@ Standard library only: the host's Python installation is all there is.
 import base64
 import binascii
 import collections
+import csv
 import json
 import os
+import re
 import signal
 import subprocess
 import sys
@@ -84,11 +86,14 @@ PROGRESS_INTERVAL_SECONDS = 0.2
 class JobError(Exception):
     """Ends the job with `code`; `value` fills the code's placeholder (None: no details file)."""
 
-    def __init__(self, code, value=None, diagnostic=None):
+    def __init__(self, code, value=None, diagnostic=None, bad_file=None, reason=None):
         super().__init__(diagnostic or value or "")
         self.code = code
         self.value = value
         self.diagnostic = diagnostic
+        # A file the engine's reader refused, and why: the batch can go on without it.
+        self.bad_file = bad_file
+        self.reason = reason
 
 
 class Interrupted(Exception):
@@ -219,8 +224,11 @@ def check_readable_file(path):
         raise JobError(EXIT_PERMISSION, " " + path)
 
 
-def folder_fastq_files(folder):
-    """The folder's own FASTQ files (sub-folders are not entered), in byte order of their names."""
+def folder_fastq_files(folder, report=None):
+    """The folder's own FASTQ files (sub-folders are not entered), in byte order of their names.
+
+    `report`, when given, receives one line that says which files were taken and which entries
+    were left out, and why."""
     if not os.path.isdir(folder):
         raise JobError(EXIT_NOT_FOUND, " " + folder)
     try:
@@ -234,11 +242,23 @@ def folder_fastq_files(folder):
     if not chosen:
         raise JobError(EXIT_EMPTY_FOLDER, " " + folder)
     chosen.sort(key=os.fsencode)
+    if report is not None:
+        left = []
+        for name in sorted(set(names) - set(chosen), key=os.fsencode):
+            full = os.path.join(folder, name)
+            if os.path.isdir(full):
+                left.append("%s/ (a folder: sub-folders are not read)" % name)
+            elif not os.path.isfile(full):
+                left.append("%s (not a regular file)" % name)
+            else:
+                left.append("%s (not a FASTQ file name: %s)" % (name, "/".join(FASTQ_SUFFIXES)))
+        report("genostat: folder %s: reading %d FASTQ file(s)%s" % (
+            folder, len(chosen), "; left out: " + ", ".join(left) if left else ""))
     return [os.path.join(folder, name) for name in chosen]
 
 
-def resolve_inputs(job):
-    files = list(job.files) if job.files is not None else folder_fastq_files(job.folder)
+def resolve_inputs(job, report=None):
+    files = list(job.files) if job.files is not None else folder_fastq_files(job.folder, report)
     for path in files:
         check_readable_file(path)
     return files
@@ -283,7 +303,7 @@ def map_engine_failure(returncode, last_line, files, csv_path):
     path, message = split_engine_error(last_line, files)
     if returncode == ENGINE_DATA:
         name = path if path is not None else "(unknown file)"
-        return JobError(EXIT_BAD_FASTQ, ": %s: %s" % (name, message))
+        return JobError(EXIT_BAD_FASTQ, ": %s: %s" % (name, message), bad_file=path, reason=message)
     if returncode == ENGINE_NO_INPUT and path is not None:
         return JobError(EXIT_NOT_FOUND, " " + path)
     if returncode == ENGINE_NO_PERMISSION and path is not None:
@@ -423,19 +443,68 @@ def remove_quietly(path):
         pass
 
 
+def sample_name(path):
+    """The Sample column's name of an input file, as the engine forms it."""
+    base = re.split(r"[\\/]", path)[-1]
+    name = base
+    for group in ((".gz", ".bz2"), (".fastq", ".fq")):
+        for suffix in group:
+            if name.lower().endswith(suffix):
+                name = name[:-len(suffix)]
+                break
+    return name or base
+
+
+def add_refused_rows(part, refused, adapter):
+    """Appends a row per refused file: its name, basic_statistics = fail, every other cell empty
+    (missing to the statistics), so one bad file shows in the results instead of ending them."""
+    with open(part, "r", encoding="utf-8", newline="") as handle:
+        rows = list(csv.reader(handle))
+    header = rows[0]
+    taken = {row[0].lower() for row in rows[1:] if row}
+    with open(part, "a", encoding="utf-8", newline="") as handle:
+        writer = csv.writer(handle, lineterminator="\n")
+        for path, _ in refused:
+            name = sample_name(path)
+            candidate, n = name, 2
+            while candidate.lower() in taken:
+                candidate, n = "%s_%d" % (name, n), n + 1
+            taken.add(candidate.lower())
+            row = [""] * len(header)
+            row[0], row[1] = candidate, adapter
+            if "basic_statistics" in header:
+                row[header.index("basic_statistics")] = "fail"
+            writer.writerow(row)
+
+
 def analyse(job, progress_stream):
     custom_sequence = checked_custom_sequence(job) if job.adapter == "CUSTOM" else ""
+    report = lambda line: sys.stderr.write(line + "\n")
     # A relative name that starts with "-" would read as an option.
-    files = ["./" + path if path.startswith("-") else path for path in resolve_inputs(job)]
+    files = ["./" + path if path.startswith("-") else path for path in resolve_inputs(job, report)]
     engine = engine_path()
     check_engine(engine)
 
     part = part_file_path(job.csv_path)
-    command = engine_command(engine, job, custom_sequence, files, part,
-                             progress=progress_stream is not None)
-    run_engine(command, files, job.csv_path, progress_stream)
+    # A file the reader refuses is left out and the batch goes on (peers report the good files and
+    # flag the bad one); the job fails only when no file can be read.
+    refused = []
+    while True:
+        command = engine_command(engine, job, custom_sequence, files, part,
+                                 progress=progress_stream is not None)
+        try:
+            run_engine(command, files, job.csv_path, progress_stream)
+            break
+        except JobError as failure:
+            if failure.bad_file is None or failure.bad_file not in files or len(files) == 1:
+                raise
+            files = [path for path in files if path != failure.bad_file]
+            refused.append((failure.bad_file, failure.reason))
+            report("genostat: %s: left out: %s" % (failure.bad_file, failure.reason))
     if not os.path.isfile(part):
         raise JobError(EXIT_GENERAL, " the QC engine reported success but wrote no result")
+    if refused:
+        add_refused_rows(part, refused, job.adapter)
     try:
         os.replace(part, job.csv_path)
     except OSError as exc:

@@ -71,12 +71,23 @@ class RealEngineTest(ScriptCase):
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual([r[0] for r in self.rows()], ["a", "b"])
 
-    def test_malformed_record_is_5_naming_file_record_and_line(self):
+    def test_a_malformed_file_is_left_out_of_a_batch_and_is_5_alone(self):
         good = self.generate("good.fq", "--reads", "10")
         bad = os.path.join(self.data, "bad.fastq")
         with open(bad, "w") as handle:
             handle.write("@a\nACGT\n+\nIIII\n@b\nACGT\n+\nIIII\n@c\nACGTAC\n+\nIIIII\n")
-        result = self.launch(job(self.csv, files=[good, bad]))
+        # Before, one bad file failed the whole batch: now it gets its row and its reason, once.
+        result = self.launch(job(self.csv, files=[bad, good]))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        rows = self.rows()
+        self.assertEqual([r[0] for r in rows], ["good", "bad"])
+        verdict = COLUMNS.split(",").index("basic_statistics")
+        self.assertEqual(rows[1][verdict], "fail")
+        self.assertEqual(set(rows[1][2:]) - {"fail"}, {""})
+        self.assertEqual(result.stderr.decode().count("record 3, line 12"), 1, result.stderr)
+        # Alone it is the job's failure, naming the file, the record and the line.
+        os.remove(self.csv)
+        result = self.launch(job(self.csv, files=[bad]))
         self.assertFailed(result, 5, self.details().get("FILE_NAME"))
         self.assertRegex(self.details()["FILE_NAME"],
                          "^: " + re.escape(bad) + r": record 3, line 12: .*5.*6")
