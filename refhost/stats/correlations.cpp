@@ -130,13 +130,8 @@ void closingNotes(Procedure& p, const Options& o, bool constant, bool flaggedAny
 }  // namespace
 
 bool runCorrelations(Procedure& p, std::string& error) {
-  std::vector<std::size_t> named;
-  if (!p.variables("VARIABLES", named, error)) return false;
-  const std::vector<std::size_t> vars = p.numericOnly(named);
-  if (vars.size() < 2) {
-    error = "CORRELATIONS needs at least two numeric variables";
-    return false;
-  }
+  std::vector<std::size_t> vars;
+  if (!p.numericPairs(vars, error)) return false;
   const Options o = readOptions(p);
   bool constant = false;
   bool flaggedAny = false;
@@ -148,13 +143,8 @@ bool runCorrelations(Procedure& p, std::string& error) {
 }
 
 bool runNonparCorr(Procedure& p, std::string& error) {
-  std::vector<std::size_t> named;
-  if (!p.variables("VARIABLES", named, error)) return false;
-  const std::vector<std::size_t> vars = p.numericOnly(named);
-  if (vars.size() < 2) {
-    error = "NONPAR CORR needs at least two numeric variables";
-    return false;
-  }
+  std::vector<std::size_t> vars;
+  if (!p.numericPairs(vars, error)) return false;
   const Options o = readOptions(p);
   const bool both = p.keyword("PRINT", "BOTH");
   const bool kendall = both || p.keyword("PRINT", "KENDALL");

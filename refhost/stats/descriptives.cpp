@@ -17,11 +17,7 @@ bool runDescriptives(Procedure& p, std::string& error) {
     return false;
   }
   // No /STATISTICS: mean, standard deviation, minimum and maximum, as DEFAULT asks.
-  const bool given = p.has("STATISTICS");
-  const bool all = p.keyword("STATISTICS", "ALL");
-  auto wants = [&](const char* word, bool byDefault) {
-    return all || p.keyword("STATISTICS", word) || (byDefault && (!given || p.keyword("STATISTICS", "DEFAULT")));
-  };
+  auto wants = [&p](const char* word, bool byDefault) { return p.statistic(word, byDefault); };
   const bool range = wants("RANGE", false), minimum = wants("MIN", true), maximum = wants("MAX", true);
   const bool sum = wants("SUM", false), mean = wants("MEAN", true), semean = wants("SEMEAN", false);
   const bool sd = wants("STDDEV", true), variance = wants("VARIANCE", false);

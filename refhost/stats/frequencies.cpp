@@ -41,13 +41,7 @@ bool runFrequencies(Procedure& p, std::string& error) {
     error = "no variable to count";
     return false;
   }
-  const bool given = p.has("STATISTICS");
-  const bool all = p.keyword("STATISTICS", "ALL");
-  const bool none = p.keyword("STATISTICS", "NONE");
-  auto wants = [&](const char* word, bool byDefault) {
-    if (none) return false;
-    return all || p.keyword("STATISTICS", word) || (byDefault && (!given || p.keyword("STATISTICS", "DEFAULT")));
-  };
+  auto wants = [&p](const char* word, bool byDefault) { return p.statistic(word, byDefault); };
   struct Row {
     const char* label;
     bool on;

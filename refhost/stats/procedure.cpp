@@ -93,6 +93,21 @@ bool Procedure::keyword(const char* sub, const char* word) const {
   return s != nullptr && s->getParamObj(word) != nullptr;
 }
 
+bool Procedure::statistic(const char* word, bool byDefault) const {
+  if (keyword("STATISTICS", "NONE")) return false;
+  if (keyword("STATISTICS", "ALL") || keyword("STATISTICS", word)) return true;
+  return byDefault && (!has("STATISTICS") || keyword("STATISTICS", "DEFAULT"));
+}
+
+bool Procedure::numericPairs(std::vector<std::size_t>& vars, std::string& error) {
+  std::vector<std::size_t> named;
+  if (!variables("VARIABLES", named, error)) return false;
+  vars = numericOnly(named);
+  if (vars.size() >= 2) return true;
+  error = name_ + " needs at least two numeric variables";
+  return false;
+}
+
 bool Procedure::missing(std::size_t var, std::size_t row) const {
   const Variable& v = variable(var);
   return v.type == Variable::Type::Numeric ? std::isnan(v.numbers[row]) : v.strings[row].empty();

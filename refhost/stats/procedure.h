@@ -26,6 +26,11 @@ class Procedure {
   // True when the subcommand gave the keyword (a switch) or, for `sub` absent, when `whenAbsent`.
   bool keyword(const char* sub, const char* word) const;
   bool has(const char* sub) const { return spec_.getSubComObj(sub) != nullptr; }
+  // Whether /STATISTICS asks for `word`: named, ALL, or one of the defaults (`byDefault`) when the
+  // subcommand is absent or names DEFAULT; NONE asks for nothing.
+  bool statistic(const char* word, bool byDefault) const;
+  // The numeric variables of /VARIABLES (string ones left out with a note), at least two.
+  bool numericPairs(std::vector<std::size_t>& vars, std::string& error);
 
   const Variable& variable(std::size_t index) const { return data_.variables[index]; }
   std::size_t cases() const { return data_.cases; }

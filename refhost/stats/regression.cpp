@@ -232,11 +232,7 @@ bool runRegression(Procedure& p, std::string& error) {
     if (const ParamObj* v = c->getParamObj("POUT")) v->getNumberValue(k.pout);
     if (const ParamObj* v = c->getParamObj("TOLERANCE")) v->getNumberValue(k.tolerance);
   }
-  const bool statsGiven = p.has("STATISTICS");
-  const bool all = p.keyword("STATISTICS", "ALL");
-  auto wants = [&](const char* word, bool byDefault) {
-    return all || p.keyword("STATISTICS", word) || (byDefault && (!statsGiven || p.keyword("STATISTICS", "DEFAULT")));
-  };
+  auto wants = [&p](const char* word, bool byDefault) { return p.statistic(word, byDefault); };
   const bool coeff = wants("COEFF", true), outs = wants("OUTS", true), rStats = wants("R", true);
   const bool anova = wants("ANOVA", true), collin = wants("COLLIN", false), tol = wants("TOL", false);
   const bool change = wants("CHANGE", false);
