@@ -134,6 +134,7 @@ CommandDescriptor frequencies() {
 CommandDescriptor correlations(const char* name, std::initializer_list<const char*> printKeywords,
                                std::initializer_list<const char*> statistics) {
   CommandDescriptor cmd(name);
+  cmd.setFirstSubComWithoutSlash(true);  // CORRELATIONS VARIABLES=a b, as users type it too
   cmd.addSubComDesc(valued("VARIABLES", SubComValueOptionalEquals, names("VARIABLES"), true));
   cmd.addSubComDesc(switches("PRINT", printKeywords));
   if (statistics.size() > 0) cmd.addSubComDesc(switches("STATISTICS", statistics));

@@ -77,6 +77,20 @@ for (a in vars) for (b in vars) {
 }
 flush("correlations")
 
+# ---- CORRELATIONS /VARIABLES=y x1 t /PRINT=ONETAIL NOSIG LOWER /MISSING=LISTWISE
+vars <- c("y", "x1", "t"); ok <- complete.cases(d[, vars])
+for (i in seq_along(vars)) for (j in seq_along(vars)) {
+  a <- vars[i]; b <- vars[j]; x <- d[[a]][ok]; y <- d[[b]][ok]; T <- "Correlations"
+  if (j > i) {
+    emit(T, paste0(a, ": Pearson Correlation"), b, ""); emit(T, paste0(a, ": N"), b, ""); next
+  }
+  p <- if (a == b) NA else cor.test(x, y)$p.value / 2
+  emit(T, paste0(a, ": Pearson Correlation"), b, flag(if (a == b) 1 else cor(x, y), p))
+  emit(T, paste0(a, ": Sig. (1-tailed)"), b, if (a == b) "" else fmt(p, 3))
+  emit(T, paste0(a, ": N"), b, sum(ok))
+}
+flush("correlations_listwise")
+
 # ---- NONPAR CORR /VARIABLES=y x1 t /PRINT=BOTH TWOTAIL NOSIG FULL /MISSING=PAIRWISE
 vars <- c("y", "x1", "t")
 for (method in c("kendall", "spearman")) for (a in vars) for (b in vars) {
