@@ -28,6 +28,11 @@ class LineAssembler {
   std::vector<Chunk> finish();
   // True while a command has begun and not yet ended (the prompt shows a continuation).
   bool commandOpen() const { return !buffer_.empty(); }
+  // Forgets the open command (Ctrl-C at a continuation prompt); line numbers go on counting.
+  void discard() {
+    buffer_.clear();
+    quote_ = 0;
+  }
 
  private:
   std::string buffer_;

@@ -209,6 +209,8 @@ void Console::runStandardInput(const std::string& where) {
   sink_.setInteractive(interactive_);
   LineAssembler assembler;
   activeAssembler_ = &assembler;
+  input_ = &input;
+  sink_.setEditing(input.editing());
   if (interactive_) {
     say("zorv: GENOSTAT console. End each command with a period; :jobs, :cancel NAME, :quit.");
     prompt();
@@ -245,6 +247,8 @@ void Console::runStandardInput(const std::string& where) {
   }
   if (interactive_ && !quit_) sink_.prompt("\n");
   activeAssembler_ = nullptr;
+  input_ = nullptr;
+  sink_.setEditing(false);
 }
 
 void Console::handle(const Chunk& chunk, const std::string& where) {
@@ -335,7 +339,23 @@ void Console::runConsoleCommand(const std::string& text, const std::string& wher
 
 bool Console::drain() {
   // Take the wake-ups first, so that a message queued after this wakes the next wait.
-  if (wake_->take().find('q') != std::string::npos) quit_ = true;
+  const std::string woken = wake_->take();
+  if (woken.find('q') != std::string::npos) {
+    quit_ = true;
+  } else if (woken.find('i') != std::string::npos) {
+    // Ctrl-C at the prompt takes back what was typed; with nothing typed it quits and cancels.
+    bool typed = input_ != nullptr && input_->discardTypedLine();
+    if (activeAssembler_ != nullptr && activeAssembler_->commandOpen()) {
+      activeAssembler_->discard();
+      if (!typed) sink_.prompt("^C\n");
+      typed = true;
+    }
+    if (typed) {
+      prompt();
+    } else {
+      quit_ = true;
+    }
+  }
   bool any = false;
   ClientMessage m;
   while (mailbox_->take(m)) {
@@ -513,7 +533,13 @@ void Console::reportError(const std::string& where, const std::string& command,
 
 void Console::prompt() {
   bool open = activeAssembler_ != nullptr && activeAssembler_->commandOpen();
-  sink_.prompt(open ? "   ...> " : "zorv> ");
+  const char* text = open ? "   ...> " : "zorv> ";
+  if (input_ != nullptr && input_->editing()) {
+    sink_.clearStatus();
+    input_->prompt(text);
+  } else {
+    sink_.prompt(text);
+  }
 }
 
 bool Console::writeHtmlPage() {

@@ -152,6 +152,7 @@ class Console {
   bool quit_ = false;
   bool interactive_ = false;
   LineAssembler* activeAssembler_ = nullptr;  // for the prompt's continuation mark
+  platform::InputReader* input_ = nullptr;    // while standard input is read: draws an edited prompt
 };
 
 }  // namespace zorv

@@ -9,9 +9,17 @@ namespace zorv {
 OutputSink::OutputSink(std::ostream& human, std::ostream& errors, EventLog& events)
     : human_(human), errors_(errors), events_(events) {}
 
-void OutputSink::humanLine(const std::string& text) {
+void OutputSink::startLine() {
   clearStatus();
-  if (interactive_) human_ << '\r';
+  if (editing_) {
+    human_ << "\r\033[K";
+  } else if (interactive_) {
+    human_ << '\r';
+  }
+}
+
+void OutputSink::humanLine(const std::string& text) {
+  startLine();
   human_ << text << '\n' << std::flush;
 }
 
@@ -35,7 +43,7 @@ void OutputSink::line(const std::string& text) {
 }
 
 void OutputSink::error(const std::string& where, const std::string& command, const std::string& text) {
-  clearStatus();
+  startLine();
   human_.flush();
   errors_ << where << ": " << command << ": " << text << std::endl;
   events_.write(errorEvent(command, text));
@@ -57,8 +65,7 @@ void OutputSink::command(const std::string& text, bool generated) {
 }
 
 void OutputSink::table(const zorvhost::OutputTable& table) {
-  clearStatus();
-  if (interactive_) human_ << '\r';
+  startLine();
   const std::string text = zorvhost::renderTableText(table);
   human_ << (colour_ ? colourVerdicts(text) : text) << std::flush;
   events_.write(zorvhost::tableEventJson(table));

@@ -25,6 +25,9 @@ class OutputSink {
 
   void setInteractive(bool interactive) { interactive_ = interactive; }
   void setStatusAllowed(bool allowed) { statusAllowed_ = allowed; }
+  // While a line editor shows a prompt and typed text, output first erases that line (the editor
+  // draws it again below).
+  void setEditing(bool editing) { editing_ = editing; }
   // Colours pass, warn and fail in the tables on the terminal.
   void setColour(bool colour) { colour_ = colour; }
 
@@ -60,6 +63,8 @@ class OutputSink {
 
  private:
   void humanLine(const std::string& text);
+  // Wipes a status line, and the prompt line a line of output is about to replace.
+  void startLine();
   // Adds a fragment to the page, closing an open fold of generated commands first.
   void page(std::string fragment);
   // A heading or table the outline links to; returns its anchor id.
@@ -78,6 +83,7 @@ class OutputSink {
   bool interactive_ = false;
   bool statusAllowed_ = false;
   bool statusShown_ = false;
+  bool editing_ = false;
   bool colour_ = false;
   std::string lastProcedure_;  // the page opens a procedure heading when it changes
   std::vector<std::string> html_;

@@ -9,6 +9,7 @@ packages=(
   python3
   rapidjson-dev                     # JSON in the module and the reference host
   libeigen3-dev libboost-math-dev   # the reference host's statistics: linear algebra, distributions
+  libedit-dev                       # line editing and history at zorv's prompt
   libgtest-dev libgmock-dev         # unit tests
   zlib1g-dev libisal-dev libbz2-dev # the engine's decompressors
   pigz                              # gzip/BGZF-style test inputs for the engine

@@ -55,7 +55,9 @@ class WakeChannel {
 };
 
 // Makes Ctrl-C (and, on POSIX, SIGTERM) post 'q' to `channel` instead of ending the process, so
-// the console can cancel its jobs first. The channel must outlive the process's last interrupt.
+// the console can cancel its jobs first. On POSIX, Ctrl-C (SIGINT) posts 'i' instead: the console
+// first offers it to the input reader, which drops a half-typed line with it. The channel must
+// outlive the process's last interrupt.
 // False with the reason in `error` when the handler cannot be installed.
 bool catchInterrupts(WakeChannel& channel, std::string& error);
 
@@ -76,6 +78,15 @@ class InputReader {
 
   // True when standard input is a terminal (the console then prompts).
   bool interactive() const;
+  // True when lines are edited here (a POSIX terminal: keys, history); the reader then draws the
+  // prompt and the line typed so far, and prompt() is how the console shows its prompt.
+  bool editing() const;
+  // [editing] Shows `text` as the prompt with an empty line, or, while a line is being typed, draws
+  // the prompt and the typed text again (after output went over them).
+  void prompt(const std::string& text);
+  // Drops a half-typed line (Ctrl-C at the prompt), leaving it visible above; false when nothing
+  // was typed.
+  bool discardTypedLine();
   // Blocks until input arrives (appended to `data`: Data), a byte is pending in the channel
   // (Woken; the caller takes it), input ends (End) or reading fails (Failed, reason in `error`).
   Result next(std::string& data, std::string& error);

@@ -236,6 +236,11 @@ InputReader::~InputReader() = default;
 
 bool InputReader::interactive() const { return state_->console; }
 
+// The Windows console edits lines itself (arrows, F7 history) before ReadConsoleW returns them.
+bool InputReader::editing() const { return false; }
+void InputReader::prompt(const std::string&) {}
+bool InputReader::discardTypedLine() { return false; }
+
 InputReader::Result InputReader::next(std::string& data, std::string& error) {
   if (state_->event == nullptr) {
     error = "cannot wait for input: no event";
