@@ -1,4 +1,5 @@
 #include "console.h"
+#include "texts.h"
 
 #include <cerrno>
 #include <chrono>
@@ -212,7 +213,7 @@ void Console::runStandardInput(const std::string& where) {
   input_ = &input;
   sink_.setEditing(input.editing());
   if (interactive_) {
-    say("zorv: GENOSTAT console. End each command with a period; :jobs, :cancel NAME, :quit.");
+    say(tr("zorv: GENOSTAT console. End each command with a period; :jobs, :cancel NAME, :quit."));
     prompt();
   }
   std::string pending;
@@ -270,7 +271,7 @@ bool Console::runCommand(const std::string& text, const std::string& where, bool
   if (name.empty()) {
     std::string first = trim(text);
     first = first.substr(0, first.find_first_of(" \t\n"));
-    reportError(where, first, "not a command of the command language");
+    reportError(where, first, tr("not a command of the command language"));
     return false;
   }
   if (name == "GENOSTAT") {
@@ -307,16 +308,16 @@ void Console::runConsoleCommand(const std::string& text, const std::string& wher
   } else if (word == ":jobs" && rest.empty()) {
     drain();
     if (jobs_.all().empty()) {
-      say("No jobs.");
+      say(tr("No jobs."));
       return;
     }
     for (const auto& job : jobs_.all()) {
-      const char* state = job.state == JobState::Queued                ? "queued"
+      const std::string state = tr(job.state == JobState::Queued       ? "queued"
                           : job.state == JobState::Started             ? "started"
                           : job.outcome == JobOutcome::Cancelled       ? "ended (cancelled)"
                           : job.outcome == JobOutcome::Failed          ? "ended (failed)"
                           : job.outcome == JobOutcome::Dropped         ? "ended (no result)"
-                                                                       : "ended";
+                                                                       : "ended");
       say("  " + job.name + "  " + state);
     }
   } else if (word == ":cancel") {
@@ -325,15 +326,15 @@ void Console::runConsoleCommand(const std::string& text, const std::string& wher
       name = name.substr(1, name.size() - 2);
     }
     if (name.empty()) {
-      reportError(where, ":cancel", "a job name is needed: :cancel NAME");
+      reportError(where, ":cancel", tr("a job name is needed: :cancel NAME"));
       return;
     }
     GenoStatAlgoManager* mgr = manager();
     bool found = client_.call([&] { return module_.cancel(mgr, name.c_str()); });
     drain();
-    if (!found) reportError(where, ":cancel", "no job named '" + name + "' is queued or running");
+    if (!found) reportError(where, ":cancel", tr("no job named '{0}' is queued or running", {name}));
   } else {
-    reportError(where, word, "unknown console command (known: :jobs, :cancel NAME, :quit)");
+    reportError(where, word, tr("unknown console command (known: :jobs, :cancel NAME, :quit)"));
   }
 }
 
@@ -379,12 +380,12 @@ void Console::handleMessage(const ClientMessage& m) {
   TrackedJob* job = jobs_.ended(m.job);
   if (job == nullptr) {
     // The module answers every cancel of a queued job, a repeated one too.
-    say("Job " + m.job + ": a further end message, for a job that has already ended.");
+    say(tr("Job {0}: a further end message, for a job that has already ended.", {m.job}));
     return;
   }
   if (m.syntax.empty()) {
     job->outcome = JobOutcome::Cancelled;
-    say("Job " + m.job + " cancelled.");
+    say(tr("Job {0} cancelled.", {m.job}));
     return;
   }
   runJobSyntax(*job, m);
@@ -398,17 +399,17 @@ void Console::runJobSyntax(TrackedJob& job, const ClientMessage& m) {
   // A failed run has the module write its diagnostic ("\n  file :...") to standard output without
   // a line end; the next message must not run into it.
   if (job.outcome == JobOutcome::Failed) sink_.endForeignLine();
-  say("Job " + m.job + " ended; running its syntax.");
+  say(tr("Job {0} ended; running its syntax.", {m.job}));
   // Every command runs, whatever became of the one before: the last one removes the result file.
   const std::string where = "job " + m.job;
   for (const auto& command : splitSyntax(m.syntax)) {
     runCommand(command.text, lineRef(where, command.firstLine), false);
   }
   if (!haveCode) {
-    reportError(where, "GENOSTAT", "the job's syntax carries no message code; its outcome is unknown");
+    reportError(where, "GENOSTAT", tr("the job's syntax carries no message code; its outcome is unknown"));
   } else if (code != 100) {
     reportError(where, "GENOSTAT",
-                "the job failed (message code " + std::to_string(code) + "); its Details table gives the reason");
+                tr("the job failed (message code {0}); its Details table gives the reason", {std::to_string(code)}));
   }
 }
 
@@ -431,15 +432,15 @@ void Console::reportDroppedJobs() {
     if (!isGone) continue;
     job->state = JobState::Ended;
     job->outcome = JobOutcome::Dropped;
-    reportError("job " + job->name, "GENOSTAT", kDroppedText);
+    reportError("job " + job->name, "GENOSTAT", tr(kDroppedText));
   }
 }
 
 void Console::showRunning() {
   for (TrackedJob* job : jobs_.open()) {
     if (job->state != JobState::Started) continue;
-    sink_.status("Job " + job->name + " running, " +
-                 elapsed(std::chrono::steady_clock::now() - job->startedAt));
+    sink_.status(tr("Job {0} running, {1}", {job->name,
+                                                  elapsed(std::chrono::steady_clock::now() - job->startedAt)}));
     return;
   }
   sink_.clearStatus();
@@ -499,7 +500,7 @@ void Console::cancelRemaining() {
       cancel(busy);
       lastCancel = now;
       if (!told) {
-        say("Waiting for the analysis processes of cancelled jobs to end.");
+        say(tr("Waiting for the analysis processes of cancelled jobs to end."));
         told = true;
       }
     }

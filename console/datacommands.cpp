@@ -1,4 +1,5 @@
 #include "datacommands.h"
+#include "texts.h"
 
 #include <cmath>
 #include <cstdio>
@@ -97,7 +98,7 @@ void listCases(const CommandSpec& spec, OutputSink& sink) {
   }
   zorvhost::OutputTable t;
   t.procedure = "LIST";
-  t.title = "Cases of " + (info.name.empty() ? std::string("the active dataset") : info.name);
+  t.title = info.name.empty() ? tr("Cases of the active dataset") : tr("Cases of {0}", {info.name});
   t.showRowDimensionLabel = false;
   for (size_t v : vars) t.columnLabels.push_back(data.variables[v].name);
   for (size_t row = static_cast<size_t>(from - 1); row < data.cases && row < static_cast<size_t>(to); ++row) {
@@ -115,9 +116,9 @@ void displayDictionary(OutputSink& sink) {
   if (!active("DISPLAY DICTIONARY", data, info)) return;
   zorvhost::OutputTable t;
   t.procedure = "DISPLAY DICTIONARY";
-  t.title = "Variables of " + (info.name.empty() ? std::string("the active dataset") : info.name);
+  t.title = info.name.empty() ? tr("Variables of the active dataset") : tr("Variables of {0}", {info.name});
   t.showRowDimensionLabel = false;
-  t.columnLabels = {"Position", "Type", "Width", "Meaning"};
+  t.columnLabels = {tr("Position"), tr("Type"), tr("Width"), tr("Meaning")};
   for (size_t i = 0; i < data.variables.size(); ++i) {
     const zorvhost::Variable& v = data.variables[i];
     size_t width = 8;
@@ -200,8 +201,8 @@ void saveTranslate(const CommandSpec& spec, OutputSink& sink) {
     refuse(name, "cannot replace " + path + " (is it open in another program?)");
     return;
   }
-  sink.line("SAVE TRANSLATE: " + std::to_string(data.cases) + " cases and " + std::to_string(data.variables.size()) +
-            " variables written to " + path + ".");
+  sink.line(tr("SAVE TRANSLATE: {0} cases and {1} variables written to {2}.",
+               {std::to_string(data.cases), std::to_string(data.variables.size()), path}));
 }
 
 }  // namespace zorv

@@ -13,6 +13,7 @@
 #include "events.h"
 #include "options.h"
 #include "platform/platform.h"
+#include "texts.h"
 #include "zorvhost/client.h"
 
 #ifndef ZORV_DEFAULT_INSTALL_DIR
@@ -115,6 +116,7 @@ int zorv::consoleMain(int argc, char** argv) {
 
   zorvhost::setLanguage(options.language);
   zorvhost::setInstallPath(installDir);
+  zorv::loadTexts(installDir);
   zorvhost::setTempPath(temp.path);
   for (const auto& name : options.datasets) zorvhost::openDataset(name);
 

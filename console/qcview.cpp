@@ -1,4 +1,5 @@
 #include "qcview.h"
+#include "texts.h"
 
 #include <cmath>
 #include <cstdio>
@@ -58,11 +59,11 @@ bool isQcDataset(const zorvhost::DatasetData& data) {
 
 zorvhost::OutputTable qcSampleTable(const std::string& dataset, const zorvhost::DatasetData& data) {
   zorvhost::OutputTable t;
-  t.procedure = "QC results";
-  t.title = "QC results by sample" + (dataset.empty() ? std::string() : " (" + dataset + ")");
+  t.procedure = tr("QC results");
+  t.title = dataset.empty() ? tr("QC results by sample") : tr("QC results by sample ({0})", {dataset});
   t.showRowDimensionLabel = false;
-  t.columnLabels = {"Reads", "GC %", "Mean quality", "qc_score"};
-  for (const auto& [column, label] : kVerdicts) t.columnLabels.push_back(label);
+  t.columnLabels = {tr("Reads"), tr("GC %"), tr("Mean quality"), "qc_score"};
+  for (const auto& [column, label] : kVerdicts) t.columnLabels.push_back(tr(label));
   const zorvhost::Variable* sample = find(data, "Sample");
   for (size_t row = 0; row < data.cases; ++row) {
     t.rowLabels.push_back(textOf(sample, row, 0));
@@ -98,8 +99,9 @@ std::vector<std::pair<std::string, std::string>> qcOverviewCharts(const zorvhost
                    {"mean_phred_all_reads", "Mean base quality per sample", "Phred quality"}};
   for (const auto& c : perSample) {
     const bool coloured = std::string(c.column) == "qc_score";
-    charts.emplace_back(c.title, zorvhost::charts::bars(c.title, c.axis, samples, numbersOf(data, c.column),
-                                                        coloured ? colours : std::vector<std::string>()));
+    const std::string title = tr(c.title);
+    charts.emplace_back(title, zorvhost::charts::bars(title, tr(c.axis), samples, numbersOf(data, c.column),
+                                                      coloured ? colours : std::vector<std::string>()));
   }
   std::vector<std::string> modules;
   std::vector<double> failing;
@@ -112,12 +114,12 @@ std::vector<std::pair<std::string, std::string>> qcOverviewCharts(const zorvhost
       fails += verdict == "fail" ? 1 : 0;
       warns += verdict == "warn" ? 1 : 0;
     }
-    modules.push_back(label);
+    modules.push_back(tr(label));
     failing.push_back(fails + warns);
     moduleColours.push_back(fails > 0 ? "#e07a70" : (warns > 0 ? "#f0c85a" : "#7fbf7f"));
   }
-  const std::string title = "Samples that warned or failed, per QC module (red: some failed)";
-  charts.emplace_back(title, zorvhost::charts::bars(title, "samples", modules, failing, moduleColours));
+  const std::string title = tr("Samples that warned or failed, per QC module (red: some failed)");
+  charts.emplace_back(title, zorvhost::charts::bars(title, tr("samples"), modules, failing, moduleColours));
   return charts;
 }
 

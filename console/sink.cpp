@@ -1,6 +1,7 @@
 #include "sink.h"
 
 #include "qcview.h"
+#include "texts.h"
 
 #include <cstdio>
 
@@ -79,7 +80,7 @@ void OutputSink::table(const zorvhost::OutputTable& table) {
 }
 
 void OutputSink::chart(const std::string& procedure, const std::string& title, const std::string& svg, bool announce) {
-  if (announce) humanLine("Chart: " + title + " (on the HTML page, --output)");
+  if (announce) humanLine(tr("Chart: {0} (on the HTML page, --output)", {title}));
   events_.write(chartEvent(procedure, title));
   if (procedure != lastProcedure_) {
     const std::string id = anchor(2, procedure);
@@ -92,9 +93,10 @@ void OutputSink::chart(const std::string& procedure, const std::string& title, c
 }
 
 void OutputSink::dataset(const zorvhost::DatasetInfo& info) {
-  line("Active dataset " + (info.name.empty() ? std::string("(unnamed)") : info.name) + ": " +
-       std::to_string(info.cases) + (info.cases == 1 ? " case, " : " cases, ") +
-       std::to_string(info.variables) + (info.variables == 1 ? " variable." : " variables."));
+  line(tr("Active dataset {0}: {1}, {2}.",
+          {info.name.empty() ? tr("(unnamed)") : info.name,
+           tr(info.cases == 1 ? "{0} case" : "{0} cases", {std::to_string(info.cases)}),
+           tr(info.variables == 1 ? "{0} variable" : "{0} variables", {std::to_string(info.variables)})}));
   events_.write(datasetEvent(info.name, info.cases, info.variables));
 }
 
@@ -102,14 +104,15 @@ void OutputSink::qcDataset(const std::string& name, const zorvhost::DatasetData&
   table(qcSampleTable(name, data));
   events_.write(datasetValuesEvent(name, data));
   const auto charts = qcOverviewCharts(data);
-  humanLine("Charts: " + std::to_string(charts.size()) +
-            " overviews of the samples (qc_score, GC, mean quality, verdicts per QC module) on the HTML page, --output");
-  for (const auto& [title, svg] : charts) chart("QC results", title, svg, false);
+  humanLine(tr("Charts: {0} overviews of the samples (qc_score, GC, mean quality, verdicts per QC module) on the HTML "
+               "page, --output",
+               {std::to_string(charts.size())}));
+  for (const auto& [title, svg] : charts) chart(tr("QC results"), title, svg, false);
 }
 
 void OutputSink::jobStart(const std::string& job, bool started) {
   events_.write(jobStartEvent(job, started));
-  line("Job " + job + (started ? " started." : " queued."));
+  line(tr(started ? "Job {0} started." : "Job {0} queued.", {job}));
 }
 
 void OutputSink::jobEnd(const std::string& job, const std::string& syntax, const std::string& csv,
