@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <vector>
@@ -151,12 +152,15 @@ void saveTranslate(const CommandSpec& spec, OutputSink& sink) {
     t->getValueObj()->getUpStringGeneric(type);
   }
   const char delimiter = type == "TAB" ? '\t' : ',';
-  if (spec.getSubComObj("REPLACE") == nullptr && std::ifstream(path).good()) {
+  // UTF-8 paths through std::filesystem, so that any letters in a name work on Windows too.
+  const std::filesystem::path target = std::filesystem::u8path(path);
+  std::error_code ec;
+  if (spec.getSubComObj("REPLACE") == nullptr && std::filesystem::exists(target, ec)) {
     refuse(name, path + " exists already; add /REPLACE to overwrite it");
     return;
   }
   // Written beside the target and renamed into place: a failed write never leaves half a file.
-  const std::string part = path + ".part";
+  const std::filesystem::path part = std::filesystem::u8path(path + ".part");
   {
     std::ofstream file(part, std::ios::binary | std::ios::trunc);
     if (!file) {
@@ -190,14 +194,19 @@ void saveTranslate(const CommandSpec& spec, OutputSink& sink) {
     }
     file.flush();
     if (!file) {
-      std::remove(part.c_str());
+      file.close();
+      std::filesystem::remove(part, ec);
       refuse(name, "cannot write " + path + " (the disk may be full)");
       return;
     }
   }
-  std::remove(path.c_str());
-  if (std::rename(part.c_str(), path.c_str()) != 0) {
-    std::remove(part.c_str());
+  std::filesystem::rename(part, target, ec);  // replaces the target where the system can
+  if (ec) {
+    std::filesystem::remove(target, ec);
+    std::filesystem::rename(part, target, ec);
+  }
+  if (ec) {
+    std::filesystem::remove(part, ec);
     refuse(name, "cannot replace " + path + " (is it open in another program?)");
     return;
   }

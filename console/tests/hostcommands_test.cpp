@@ -119,11 +119,12 @@ TEST_F(HostCommandsTest, ADatasetIsListedDescribedAndKeptAsCsvThatReadsBackTheSa
   ASSERT_TRUE(run("DISPLAY DICTIONARY").empty());
   EXPECT_NE(human_.str().find("share of G and C among the A, C, G and T bases"), std::string::npos);
 
-  const std::string saved = (dir_ / "kept.csv").string();
+  const std::filesystem::path kept = dir_ / std::filesystem::u8path("kept-\xC3\xBC.csv");  // a letter beyond ASCII
+  const std::string saved = kept.u8string();
   const std::string save = "SAVE TRANSLATE OUTFILE='" + saved + "' /TYPE=CSV /FIELDNAMES";
   ASSERT_TRUE(run(save).empty());
   {
-    std::ifstream in(saved, std::ios::binary);  // closed again before the file is replaced
+    std::ifstream in(kept, std::ios::binary);  // closed again before the file is replaced
     EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), original);
   }
   const std::vector<std::pair<std::string, std::string>> refused = {
@@ -134,7 +135,7 @@ TEST_F(HostCommandsTest, ADatasetIsListedDescribedAndKeptAsCsvThatReadsBackTheSa
       {"LIST VARIABLES=nosuch", "LIST: variable nosuch is not in the active dataset"}};
   for (const auto& [command, error] : refused) EXPECT_EQ(run(command), std::vector<std::string>{error});
   EXPECT_TRUE(run(save + " /REPLACE").empty());
-  EXPECT_FALSE(std::filesystem::exists(saved + ".part"));
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::u8path(saved + ".part")));
 }
 
 TEST_F(HostCommandsTest, EveryFailureOfTheDataCommandsIsReported) {
