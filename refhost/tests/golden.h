@@ -108,7 +108,8 @@ inline void check(const std::string& path, const Runner& run) {
   }
   // The first difference, with the case it belongs to; the rest shows in git diff after rewriting.
   const std::vector<std::string> wanted = lines(before), got = lines(after);
-  std::string context;
+  std::string context;  // the first line of the case, or the directive, that the line belongs to
+  bool caseGoesOn = false;
   for (size_t i = 0; i < std::max(wanted.size(), got.size()); ++i) {
     const std::string w = i < wanted.size() ? wanted[i] : "(end of file)";
     const std::string g = i < got.size() ? got[i] : "(end of file)";
@@ -117,7 +118,9 @@ inline void check(const std::string& path, const Runner& run) {
                     << context << "\n  expected: " << w << "\n  got:      " << g;
       return;
     }
-    if (!w.empty() && w.rfind("=>", 0) != 0) context = w;
+    const bool caseLine = !w.empty() && w[0] != '#' && w[0] != '@' && w.rfind("=>", 0) != 0;
+    if ((caseLine && !caseGoesOn) || (!w.empty() && w[0] == '@')) context = w;
+    caseGoesOn = caseLine;
   }
 }
 
