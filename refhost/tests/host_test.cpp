@@ -42,7 +42,8 @@ zorvhost::TextImportSettings settingsOf(const std::string& directive) {
     const std::string key = word.substr(0, word.find('=')), value = golden::unescape(word.substr(key.size() + 1));
     std::istringstream names(value);
     for (std::string n; key == "names" && std::getline(names, n, ',');) {
-      s.variables.push_back({n.substr(0, n.find(':')), n.find(':') == std::string::npos ? "AUTO" : n.substr(n.find(':') + 1)});
+      const size_t colon = n.find(':');
+      s.variables.push_back({n.substr(0, colon), colon == std::string::npos ? "AUTO" : n.substr(colon + 1)});
     }
     if (key == "names" && !value.empty() && value.back() == ',') s.variables.push_back({"", "AUTO"});
     if (key == "delimiters") s.delimiters = value;
@@ -251,7 +252,9 @@ TEST(StringTables, TheShippedTablesHoldEveryKeyOfTheModule) {
   EXPECT_EQ(de.size(), keys.size()) << "German: no key the module does not use";
   EXPECT_NE(de["Summary"], "Summary") << "translated, not copied";
   // The automatic job name becomes a dataset name: letters, digits and '_' only.
-  for (char c : de[texts::kGenomicAnalysisJob]) EXPECT_TRUE(std::isalnum(static_cast<unsigned char>(c)) || c == '_') << c;
+  for (char c : de[texts::kGenomicAnalysisJob]) {
+    EXPECT_TRUE(std::isalnum(static_cast<unsigned char>(c)) || c == '_') << c;
+  }
 }
 
 }  // namespace

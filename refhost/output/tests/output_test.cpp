@@ -99,8 +99,8 @@ void addModuleTable(StatJSONGenerator& generator, const std::string& title, cons
 std::string builder(const std::string& show) {
   BpProcedure procedure("GENOSTAT", 0);
   ProcedureDataSource source;
-  ACAVarValidSpecs specs(true, true, true);
-  OPSCommonOutput common(&specs, &source, &procedure, nullptr);
+  ACAVarValidSpecs valid(true, true, true);
+  OPSCommonOutput common(&valid, &source, &procedure, nullptr);
   StatJSONConverter converter(&procedure);
   StatJSONGenerator module("GENOSTAT", "", converter, nullptr);
   addModuleTable(module, "Summary", {"Count"}, {"Samples", "Variables"}, {{"3", "27"}});
@@ -109,7 +109,8 @@ std::string builder(const std::string& show) {
 
   StatJSONGenerator corners("PROC", "sub", converter, nullptr);
   addModuleTable(corners, "Ragged columns", {"a", "b"}, {"r1"}, {{"1", "2", "3"}, {"4"}});
-  addModuleTable(corners, std::string("quote\" back\\slash\nnew\tline \x01 nul:") + '\0' + "end ü", {"x"}, {"y"}, {{"z"}});
+  const std::string awkward = std::string("quote\" back\\slash\nnew\tline \x01 nul:") + '\0' + "end ü";
+  addModuleTable(corners, awkward, {"x"}, {"y"}, {{"z"}});
   auto* holes = new Table(&corners, "Null categories and cells keep their places");
   auto* rows = new Descendants(holes);
   rows->addDescendant(nullptr);
@@ -202,7 +203,9 @@ TEST(Output, WithoutAHandlerTablesGoToStandardOutputAndErrorsAlsoToStandardError
   StatJSONConverter(nullptr).generateOutput("not json");
   const std::string err = testing::internal::GetCapturedStderr(), out = testing::internal::GetCapturedStdout();
   EXPECT_EQ(err, "The output could not be shown: its JSON is malformed (Invalid value.) at offset 1.\n");
-  EXPECT_EQ(out, "T\n┌───┬───┐\n│   │ c │\n├───┼───┤\n│ r │ 1 │\n└───┴───┘\n\nU\n┌──┐\n└──┘\n\n");
+  EXPECT_EQ(out,
+            "T\n┌───┬───┐\n│   │ c │\n├───┼───┤\n│ r │ 1 │\n└───┴───┘\n\n"
+            "U\n┌──┐\n└──┘\n\n");
   EXPECT_EQ(zorvhost::takeCommandErrors().size(), 1u);
 }
 

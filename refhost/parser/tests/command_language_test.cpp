@@ -97,29 +97,29 @@ std::string subcommand(const SubComObj& sub) {
   return out;
 }
 
-// Parses `text` into `spec` (kept from case to case, so that a refusal must empty it). The result is
+// Parses `text` into `parsed` (kept from case to case, so that a refusal must empty it). The result is
 // read from copies taken before the parse result is cleared: what a procedure keeps must outlive it.
-std::string parse(CommandDescriptor& descriptor, CommandSpec& spec, const std::string& text) {
+std::string parse(CommandDescriptor& descriptor, CommandSpec& parsed, const std::string& text) {
   zorvhost::takeCommandErrors();
   zorvhost::setCommandText(text);
   ZORV_TokenSequence tokens(true);
-  const int result = UniversalParser(&tokens, &spec, &descriptor).getCommandSpecifications();
+  const int result = UniversalParser(&tokens, &parsed, &descriptor).getCommandSpecifications();
   std::string out;
   for (const auto& e : zorvhost::takeCommandErrors()) out += "error " + e.command + ": " + e.text + "\n";
   std::vector<std::string> names;
-  const bool hasNames = spec.getLeadingNames(names);
+  const bool hasNames = parsed.getLeadingNames(names);
   if (result != 0) {
-    if (hasNames || !spec.impl().subcommands.empty()) out += "the refused command left a result\n";
+    if (hasNames || !parsed.impl().subcommands.empty()) out += "the refused command left a result\n";
     return out.empty() ? "refused without an error" : out;
   }
   out += hasNames ? "ok, names " + show(names) + "\n" : "ok\n";
   std::vector<SubComObj> copies;
-  for (const auto& name : namesOf(spec.impl().subcommands)) {
-    const std::vector<SubComObj*> given = spec.getSubComObjs(name.c_str());
+  for (const auto& name : namesOf(parsed.impl().subcommands)) {
+    const std::vector<SubComObj*> given = parsed.getSubComObjs(name.c_str());
     for (SubComObj* s : given) copies.emplace_back() = *s;
-    if (spec.getSubComObj(name.c_str()) != given.front()) out += "(getSubComObj finds another " + name + ")\n";
+    if (parsed.getSubComObj(name.c_str()) != given.front()) out += "(getSubComObj finds another " + name + ")\n";
   }
-  spec.impl().clear();
+  parsed.impl().clear();
   for (const auto& s : copies) out += subcommand(SubComObj(s));
   return out;
 }
@@ -149,15 +149,15 @@ CommandDescriptor testGrammar() {
 }
 
 // "@grammar BY-NAME": GENOSTAT's grammar for GENOSTAT, else the catalogue's for the command's name.
-std::string parseByName(CommandSpec& spec, const std::string& text) {
+std::string parseByName(CommandSpec& parsed, const std::string& text) {
   const std::string name = zorvhost::commandName(text);
   CommandDescriptor genostat("GENOSTAT");
   parsertest::buildGenostatGrammar(genostat);
-  if (name == "GENOSTAT") return parse(genostat, spec, text);
+  if (name == "GENOSTAT") return parse(genostat, parsed, text);
   const CommandDescriptor* found = zorvhost::findCommandDescriptor(name);
   if (!found) return "not in the catalogue: " + show(name);
   CommandDescriptor copy(*found);
-  return parse(copy, spec, text);
+  return parse(copy, parsed, text);
 }
 
 std::string tokens(const std::string& text) {
@@ -180,7 +180,8 @@ std::string tokens(const std::string& text) {
 std::string split(const std::string& text) {
   std::string out;
   for (const auto& c : zorvhost::splitCommands(text)) {
-    out += "line " + std::to_string(c.firstLine) + " " + show(zorvhost::commandName(c.text)) + ": " + show(c.text) + "\n";
+    out += "line " + std::to_string(c.firstLine) + " " + show(zorvhost::commandName(c.text)) + ": " + show(c.text) +
+           "\n";
   }
   return out.empty() ? "no command" : out;
 }
@@ -194,8 +195,8 @@ std::string corpus() {
   for (const auto& file : files) {
     out += file.filename().string() + "\n";
     for (const auto& c : zorvhost::splitCommands(golden::readFile(file.string()))) {
-      CommandSpec spec;
-      std::istringstream result(parseByName(spec, c.text));
+      CommandSpec parsed;
+      std::istringstream result(parseByName(parsed, c.text));
       out += "  line " + std::to_string(c.firstLine) + " " + zorvhost::commandName(c.text) + ":\n";
       for (std::string line; std::getline(result, line);) out += "    " + line + "\n";
     }
@@ -204,16 +205,16 @@ std::string corpus() {
 }
 
 TEST(CommandLanguage, EveryCaseGivesItsExpectedResult) {
-  CommandSpec spec;
+  CommandSpec parsed;
   CommandDescriptor genostat("GENOSTAT"), test = testGrammar();
   parsertest::buildGenostatGrammar(genostat);
   golden::check(PARSER_TESTS_DIR "/command_language.txt", [&](const std::string& directive, const std::string* text) {
     if (!text) return directive == "@corpus" ? corpus() : std::string();
     if (directive == "@tokens") return tokens(*text);
     if (directive == "@split") return split(*text);
-    if (directive == "@grammar GENOSTAT") return parse(genostat, spec, *text);
-    if (directive == "@grammar TEST") return parse(test, spec, *text);
-    if (directive == "@grammar BY-NAME") return parseByName(spec, *text);
+    if (directive == "@grammar GENOSTAT") return parse(genostat, parsed, *text);
+    if (directive == "@grammar TEST") return parse(test, parsed, *text);
+    if (directive == "@grammar BY-NAME") return parseByName(parsed, *text);
     ADD_FAILURE() << "a case under an unknown directive: " << directive;
     return std::string();
   });
@@ -221,11 +222,11 @@ TEST(CommandLanguage, EveryCaseGivesItsExpectedResult) {
 
 TEST(CommandLanguage, MissingPartsOfTheCallAreReported) {
   CommandDescriptor d("X");
-  CommandSpec spec;
+  CommandSpec parsed;
   zorvhost::takeCommandErrors();
-  EXPECT_NE(UniversalParser(nullptr, &spec, nullptr).getCommandSpecifications(), 0);
+  EXPECT_NE(UniversalParser(nullptr, &parsed, nullptr).getCommandSpecifications(), 0);
   EXPECT_NE(UniversalParser(nullptr, nullptr, &d).getCommandSpecifications(), 0);
-  EXPECT_NE(UniversalParser(nullptr, &spec, &d).getCommandSpecifications(), 0);  // no tokens: an empty command
+  EXPECT_NE(UniversalParser(nullptr, &parsed, &d).getCommandSpecifications(), 0);  // no tokens: an empty command
   std::string errors;
   for (const auto& e : zorvhost::takeCommandErrors()) errors += e.command + ": " + e.text + "\n";
   EXPECT_EQ(errors,

@@ -72,13 +72,13 @@ std::string run(const std::string& directive, const std::string& text, const zor
   zorvhost::takeCommandErrors();
   zorvhost::setCommandText(text);
   ZORV_TokenSequence tokens(true);
-  CommandSpec spec;
-  if (UniversalParser(&tokens, &spec, &descriptor).getCommandSpecifications() != 0) {
+  CommandSpec parsed;
+  if (UniversalParser(&tokens, &parsed, &descriptor).getCommandSpecifications() != 0) {
     return "error: " + zorvhost::takeCommandErrors().at(0).text;
   }
   std::vector<Item> items;
   std::string error, out;
-  if (!zorvhost::stats::runProcedure(name, spec, data, items, error)) {
+  if (!zorvhost::stats::runProcedure(name, parsed, data, items, error)) {
     return "error: " + error + (items.empty() ? "" : " (items left behind)");
   }
   for (const Item& item : items) {
