@@ -1,11 +1,9 @@
-"""What a user meets in zorv beyond the commands: the prompt at a real terminal (a pseudo-terminal:
-keys edit the line, history recalls it and is kept in a file, Ctrl-C takes back a half-typed line
-before it ends the session) and the console's own texts in German with --lang de."""
+"""zorv's prompt at a real terminal (a pseudo-terminal): keys edit the line, history recalls it
+and is kept in a file, and Ctrl-C takes back a half-typed line before it ends the session."""
 
 import os
 import pty
 import select
-import subprocess
 import tempfile
 import time
 import unittest
@@ -68,21 +66,6 @@ class PromptTest(unittest.TestCase):
         with open(self.history, encoding="utf-8") as kept:
             self.assertIn(":jobs", kept.read())
         self.assertNotIn(b"unrecognized", self.seen)
-
-
-    def test_german_texts(self):
-        with tempfile.TemporaryDirectory() as folder:
-            csv = os.path.join(folder, "r.csv")
-            with open(csv, "w", encoding="utf-8") as out:
-                out.write("Sample,GC\ns1,41.5\ns2,40\n")
-            syntax = ("GET DATA /TYPE=TXT /FILE='%s' /DELIMITERS=',' /FIRSTCASE=2\n"
-                      "  /VARIABLES= Sample AUTO GC AUTO.\nLIST.\n:jobs\n:cancel x\n" % csv)
-            run = subprocess.run([ZORV, "--lang", "de"], input=syntax, capture_output=True,
-                                 text=True, timeout=60)
-        self.assertIn("Aktiver Datensatz (ohne Namen): 2 Fälle, 2 Variablen.", run.stdout)
-        self.assertIn("Fälle des aktiven Datensatzes", run.stdout)
-        self.assertIn("Keine Aufträge.", run.stdout)
-        self.assertIn(":cancel: kein Auftrag namens 'x' wartet oder läuft", run.stderr)
 
 
 if __name__ == "__main__":
