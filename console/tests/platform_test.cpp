@@ -64,7 +64,8 @@ TEST(Interrupts, CtrlCPostsAQuitInsteadOfEndingTheProcess) {
   ASSERT_TRUE(platform::catchInterrupts(*channel, error)) << error;
   ASSERT_TRUE(platform::interruptSelf());
   ASSERT_TRUE(channel->wait(10000));
-  EXPECT_NE(channel->take().find('q'), std::string::npos);
+  // 'i' where a line editor may take the interrupt back (POSIX), 'q' where it quits at once.
+  EXPECT_NE(channel->take().find_first_of("iq"), std::string::npos);
 }
 
 TEST(Module, TheCopyBesideTheProgramIsTheOneLinkedAndOtherLibrariesAreRefusedWithTheReason) {
