@@ -104,6 +104,8 @@ class Live(unittest.TestCase):
         seen = self.read_until(master, "   ...> ", seen)
         os.write(master, b"  NAME='p1'.\n" + (self.job("p2") + "\n").encode())
         seen = self.read_until(master, "Job p2 queued.", seen)
+        # Ctrl-D at the prompt, as a user types it: the line editor reads keys only while it shows one.
+        seen = self.read_until(master, "zorv> ", seen)
         os.write(master, b"\x04")  # end of input: zorv waits for the jobs and shows the time
         seen = self.read_until(master, "Job p1 running, 0:01", seen)
         self.wait_for_process()
