@@ -58,50 +58,37 @@ TEST(ThreadedEngine, FirstFailingFileInInputOrderIsReported) {
   }
 }
 
-struct Outcome {
-  int code;
-  std::string err;
-};
-
-Outcome run(const std::vector<std::string>& args,
-            const std::function<void(EngineOptions&)>& configure = {}) {
-  std::ostringstream out, err;
-  const int code = runCli(args, out, err, configure);
-  return {code, err.str()};
-}
-
 TEST(ThreadedCli, WorkerFailureExits70AndOutOfMemory75NamingTheFileAndLeavingNoOutput) {
   testing::TempDir dir;
   const std::string a = dir.write("a.fastq", testing::makeFastq(10));
   const std::string b = dir.write("b.fastq", testing::makeFastq(10));
   for (const char* threads : {"1", "2"}) {
     for (const bool memory : {false, true}) {
-      const Outcome outcome = run({"--threads", threads, "--output", dir.file("out.csv"), a, b}, [&](EngineOptions& o) {
+      const auto [code, err] = testing::runCommand({"--threads", threads, "--output", dir.file("out.csv"), a, b},
+                                                   [memory](EngineOptions& o) {
         o.onFileStart = [memory](std::size_t index) {
           if (memory && index == 0) throw std::bad_alloc();
           if (!memory && index == 1) throw std::logic_error("broken invariant");
         };
       });
-      EXPECT_EQ(outcome.code, memory ? kExitOutOfMemory : kExitInternal);
-      EXPECT_EQ(outcome.err, memory ? "genostat-qc: error: " + a + ": out of memory\n"
-                                    : "genostat-qc: error: " + b + ": internal failure: broken invariant\n");
+      EXPECT_EQ(code, memory ? kExitOutOfMemory : kExitInternal);
+      EXPECT_EQ(err, memory ? "genostat-qc: error: " + a + ": out of memory\n"
+                            : "genostat-qc: error: " + b + ": internal failure: broken invariant\n");
       EXPECT_FALSE(testing::exists(dir.file("out.csv")));
     }
   }
 }
 
 TEST(Cli, InputErrorsExitAsTheAnalysisScriptExpects) {
-  EXPECT_EQ(exitCodeFor(InputErrorKind::Malformed), 65);
-  EXPECT_EQ(exitCodeFor(InputErrorKind::Unsupported), 65);
-  EXPECT_EQ(exitCodeFor(InputErrorKind::NotFound), 66);
-  EXPECT_EQ(exitCodeFor(InputErrorKind::ReadFailed), 66);
-  EXPECT_EQ(exitCodeFor(InputErrorKind::PermissionDenied), 77);
+  using Kind = InputErrorKind;
+  EXPECT_EQ((std::vector<int>{exitCodeFor(Kind::Malformed), exitCodeFor(Kind::Unsupported), exitCodeFor(Kind::NotFound),
+                              exitCodeFor(Kind::ReadFailed), exitCodeFor(Kind::PermissionDenied)}),
+            (std::vector<int>{65, 65, 66, 66, 77}));
   testing::TempDir dir;
   const std::string secret = dir.write("secret.fastq", testing::makeFastq(3));
   if (const auto held = testing::makeUnreadable(secret)) {  // not when running as root
-    const Outcome outcome = run({"--output", dir.file("out.csv"), secret});
-    EXPECT_EQ(outcome.code, kExitPermission);
-    EXPECT_EQ(outcome.err, "genostat-qc: error: " + secret + ": permission denied\n");
+    EXPECT_EQ(testing::runCommand({"--output", dir.file("out.csv"), secret}),
+              std::make_pair(77, "genostat-qc: error: " + secret + ": permission denied\n"));
   }
 }
 
@@ -109,9 +96,8 @@ TEST(Cli, InputErrorsExitAsTheAnalysisScriptExpects) {
 TEST(Cli, NamesInAnyScript) {
   testing::TempDir dir;
   const std::string name = "pr\xC3\xB8ve \xE6\x97\xA5\xE6\x9C\xAC \xE2\x9C\x93";
-  const Outcome outcome =
-      run({"--output", dir.file(name + ".csv"), dir.write(name + ".fastq", "@r\nACGT\n+\nIIII\n")});
-  EXPECT_EQ(outcome.code, 0) << outcome.err;
+  EXPECT_EQ(testing::runCommand({"--output", dir.file(name + ".csv"), dir.write(name + ".fastq", "@r\nACGT\n+\nIIII\n")}),
+            std::make_pair(0, std::string()));
   EXPECT_NE(testing::readWholeFile(dir.file(name + ".csv")).find("\n" + name + ",NONE,1,4,4,"),
             std::string::npos);
 }

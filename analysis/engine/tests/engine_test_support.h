@@ -1,5 +1,6 @@
 // Shared by the engine's tests: a scratch folder, whole files, compressed copies made with the
-// libraries themselves, sources and a sink for the reader, and the golden folder's tables.
+// libraries themselves, sources and a sink for the reader, the command line run in process, and
+// the golden folder's tables.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "genostat/cli.h"
 #include "genostat/reader.h"
 
 namespace genostat::testing {
@@ -140,6 +142,14 @@ inline std::string makeFastq(std::size_t count, std::size_t minLength = 20,
     out += "\n";
   }
   return out;
+}
+
+// genostat-qc's command line run in this process: the exit code and the standard error.
+inline std::pair<int, std::string> runCommand(const std::vector<std::string>& args,
+                                              const std::function<void(EngineOptions&)>& configure = {}) {
+  std::ostringstream out, err;
+  const int code = runCli(args, out, err, configure);
+  return {code, err.str()};
 }
 
 // The golden folder's tables: one case a line, fields separated by tabs, '#' lines and empty

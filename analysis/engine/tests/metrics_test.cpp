@@ -132,15 +132,7 @@ TEST(MetricsPositionGroups, LongReadsStartWithAShorterGroup) {
             "10-19 20-39 980-999 1000");
 }
 
-TEST(MetricsGc, ModelDeviationAndDegenerateCurves) {
-  // L = 4, h = 1: lo 0.5 -> 12.5 -> 13 (half up, not to even 12), up 1.5 -> 37.5 -> 38; bin 13 is
-  // shared with h = 0 (0..13), bin 38 with h = 2 (38..63).
-  const GcModel model(4);
-  EXPECT_EQ(model.claim(1).firstBin, 13u);
-  std::vector<double> weights(26, 1.0);
-  weights.front() = weights.back() = 0.5;
-  EXPECT_EQ(model.claim(1).weights, weights);
-  EXPECT_EQ(model.claim(4).firstBin, 88u);  // 3.5 -> 87.5 -> 88, up capped at L
+TEST(MetricsGc, DeviationFiguresAndTheirThresholds) {
   // Five 16-bp reads with 8 G/C: 2.5, 5, 5, 5, 5, 5, 2.5 on bins 47..53; the band 48..52 centres
   // on 50, sd^2 = 95 / 29; the curve misses by 29.7979... %.
   std::array<double, 101> v{};

@@ -10,26 +10,21 @@
 #include <thread>
 
 #include "engine_test_support.h"
-#include "genostat/cli.h"
 
 namespace genostat {
 namespace {
 
-std::pair<int, std::string> run(const std::vector<std::string>& args) {
-  std::ostringstream out, err;
-  const int code = runCli(args, out, err);
-  return {code, err.str()};
-}
+using testing::runCommand;
 
 TEST(CliDevices, FullDeviceExits73AndIsKeptEndlessDeviceIsRefused) {
   testing::TempDir dir;
   const std::string good = dir.write("good.fastq", testing::makeFastq(50));
   if (testing::exists("/dev/full")) {
-    EXPECT_EQ(run({"--output", "/dev/full", good}),
+    EXPECT_EQ(runCommand({"--output", "/dev/full", good}),
               std::make_pair(73, std::string("genostat-qc: error: /dev/full: cannot write: No space left on device\n")));
     EXPECT_TRUE(testing::exists("/dev/full"));
   }
-  EXPECT_EQ(run({"--output", dir.file("r.csv"), "/dev/zero"}),
+  EXPECT_EQ(runCommand({"--output", dir.file("r.csv"), "/dev/zero"}),
             std::make_pair(66, std::string("genostat-qc: error: /dev/zero: is a device, not a file; name a FASTQ file\n")));
 }
 
@@ -45,7 +40,7 @@ TEST(ThreadedCli, ProgressLinesWhileAPipeIsRead) {
   });
   const auto start = std::chrono::steady_clock::now();
   const auto [code, err] =
-      run({"--progress", "--threads", "1", "--output", dir.file("out.csv"), dir.write("a.fq", text), fifo});
+      runCommand({"--progress", "--threads", "1", "--output", dir.file("out.csv"), dir.write("a.fq", text), fifo});
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   writer.join();
   ASSERT_EQ(code, 0) << err;
