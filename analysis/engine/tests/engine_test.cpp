@@ -43,11 +43,18 @@ TEST(ThreadedEngine, SameBytesWhateverTheThreadCount) {
 TEST(ThreadedEngine, FirstFailingFileInInputOrderIsReported) {
   testing::TempDir dir;
   const std::string first = dir.file("first.fastq"), second = dir.file("second.fastq");
-  // The second file starts late and fails last: the first one's error is still the one.
+  // The first file fails once the second has started; the second fails last. The first one's
+  // error is still the one reported.
+  std::atomic<bool> secondStarted{false};
   EngineOptions options;
   options.threads = 2;
-  options.onFileStart = [](std::size_t index) {
-    if (index == 1) std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  options.onFileStart = [&secondStarted](std::size_t index) {
+    if (index == 0) {
+      while (!secondStarted.load()) std::this_thread::yield();
+    } else {
+      secondStarted.store(true);
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    }
   };
   try {
     runEngine({first, second}, options);
