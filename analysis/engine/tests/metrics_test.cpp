@@ -1,7 +1,7 @@
 // The metrics' building blocks where a whole-file golden cannot reach: the vector code against
-// plain loops at every level, and the rules whose inputs would take a large file (the frozen
-// duplicate table, 2 501 tiles, sampled tile headers) or whose effect a verdict hides. Every
-// column of whole files: golden/none.csv and the other golden CSVs.
+// plain loops at every level (a golden runs only the processor's best), rules whose inputs would
+// take a large file (the frozen duplicate table and its correction), figures a verdict hides (the
+// GC deviation) and the tile headers' many forms. Whole files: golden/*.csv.
 #include <gtest/gtest.h>
 
 #include <random>

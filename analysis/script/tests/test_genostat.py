@@ -25,9 +25,9 @@ PLACEHOLDER_OF = {1: "ERROR_MESSAGE", 2: "FILE_PATH", 5: "FILE_NAME", 6: "DEPEND
 
 
 def load_script_module():
-    spec = importlib.util.spec_from_file_location("genostat_under_test", SCRIPT_SOURCE)
-    module = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(module)
+    location = importlib.util.spec_from_file_location("genostat_under_test", SCRIPT_SOURCE)
+    module = importlib.util.module_from_spec(location)
+    location.loader.exec_module(module)
     return module
 
 

@@ -1,3 +1,4 @@
+// The generator: its options, and output that is deterministic, well formed and honours its rates.
 #include "fqgen.h"
 
 #include <gtest/gtest.h>
