@@ -1,5 +1,6 @@
-// Helpers shared by the engine's reader, engine and command-line tests: temporary folders, files,
-// compressed copies made with the libraries themselves, and a sink that keeps what it is given.
+// Shared by the engine's tests: a scratch folder, whole files, compressed copies made with the
+// libraries themselves, sources and a sink for the reader, the command line run in process, and
+// the golden folder's tables.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,55 +10,41 @@
 #include <bzlib.h>
 #endif
 
-#include <cstdlib>
+#include <algorithm>
 #include <filesystem>
-#include <random>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "genostat/cli.h"
 #include "genostat/reader.h"
 
 namespace genostat::testing {
 
 // A fresh folder under the system's temporary folder, removed with its contents afterwards.
-// Names are UTF-8 on every system (file(), write()), so tests may use any letters in them.
+// Names are UTF-8 on every system.
 class TempDir {
  public:
   TempDir() {
-    std::random_device entropy;
-    std::mt19937_64 random(entropy());
+    std::mt19937_64 random(std::random_device{}());
     const auto base = std::filesystem::temp_directory_path();
-    for (int attempt = 0; attempt < 100; ++attempt) {
-      const auto candidate = base / ("genostat-engine-" + std::to_string(random()));
-      if (std::filesystem::create_directory(candidate)) {  // false: the name is taken
-        path_ = candidate;
-        return;
-      }
-    }
-    throw std::runtime_error("cannot make a temporary folder in " + base.u8string());
+    do path_ = base / ("genostat-engine-" + std::to_string(random()));
+    while (!std::filesystem::create_directory(path_));
   }
   ~TempDir() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
   }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-
   std::string file(const std::string& name) const {
     return (path_ / std::filesystem::u8path(name)).u8string();
   }
   std::string write(const std::string& name, const std::string& content) const {
-    const std::string path = file(name);
-    std::filesystem::create_directories(std::filesystem::u8path(path).parent_path());
-    std::ofstream out(std::filesystem::u8path(path), std::ios::binary);
-    out << content;
-    if (!out) throw std::runtime_error("cannot write " + path);
-    return path;
+    std::ofstream(std::filesystem::u8path(file(name)), std::ios::binary) << content;
+    return file(name);
   }
-  const std::filesystem::path& path() const { return path_; }
   std::string folder() const { return path_.u8string(); }
 
  private:
@@ -71,26 +58,27 @@ inline std::string readWholeFile(const std::string& path) {
   return text.str();
 }
 
+inline bool exists(const std::string& path) {
+  return std::filesystem::exists(std::filesystem::u8path(path));
+}
+
 // One complete gzip member holding `text`.
-inline std::string gzipMember(const std::string& text, int level = 6) {
+inline std::string gzipMember(const std::string& text) {
+  uLongf size = compressBound(static_cast<uLong>(text.size())) + 64;
+  std::string out(size, '\0');
   z_stream z{};
-  if (deflateInit2(&z, level, Z_DEFLATED, 16 + MAX_WBITS, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
-    throw std::runtime_error("deflateInit2 failed");
-  }
-  std::string out(deflateBound(&z, static_cast<uLong>(text.size())) + 64, '\0');
+  deflateInit2(&z, 6, Z_DEFLATED, 16 + MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
   z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
   z.avail_in = static_cast<uInt>(text.size());
   z.next_out = reinterpret_cast<Bytef*>(out.data());
   z.avail_out = static_cast<uInt>(out.size());
-  const int rc = deflate(&z, Z_FINISH);
+  if (deflate(&z, Z_FINISH) != Z_STREAM_END) throw std::runtime_error("deflate failed");
   out.resize(z.total_out);
   deflateEnd(&z);
-  if (rc != Z_STREAM_END) throw std::runtime_error("deflate failed");
   return out;
 }
 
-// `text` cut into pieces of `pieceSize` bytes, each its own gzip member (as BGZF and parallel
-// compressors write them).
+// `text` cut into pieces of `pieceSize` bytes, each its own gzip member (as BGZF writes them).
 inline std::string gzipMembers(const std::string& text, std::size_t pieceSize) {
   std::string out;
   for (std::size_t at = 0; at < text.size(); at += pieceSize) {
@@ -99,69 +87,88 @@ inline std::string gzipMembers(const std::string& text, std::size_t pieceSize) {
   return out;
 }
 
-inline bool exists(const std::string& path) {
-  return std::filesystem::exists(std::filesystem::u8path(path));
-}
-
 #ifdef GENOSTAT_HAVE_BZIP2
 inline std::string bzip2Stream(const std::string& text) {
   unsigned size = static_cast<unsigned>(text.size() + text.size() / 100 + 1024);
   std::string out(size, '\0');
-  const int rc = BZ2_bzBuffToBuffCompress(out.data(), &size, const_cast<char*>(text.data()),
-                                          static_cast<unsigned>(text.size()), 9, 0, 0);
-  if (rc != BZ_OK) throw std::runtime_error("bzip2 compression failed");
+  BZ2_bzBuffToBuffCompress(out.data(), &size, const_cast<char*>(text.data()),
+                           static_cast<unsigned>(text.size()), 9, 0, 0);
   out.resize(size);
   return out;
 }
 #endif
 
-// The start of a bzip2 stream: enough for the engine to recognise one, whether or not it can
-// decode it.
-inline std::string bzip2Magic() { return std::string("BZh91AY&SY\x00\x00\x00\x00", 14); }
-
-struct KeptRecord {
-  std::string header, sequence, quality;
-  bool operator==(const KeptRecord& o) const {
-    return header == o.header && sequence == o.sequence && quality == o.quality;
+// Hands out its text `chunk` bytes at a time, then optionally fails like a damaged stream.
+class ChunkedSource final : public ByteSource {
+ public:
+  ChunkedSource(std::string text, std::size_t chunk, bool damagedAtEnd = false)
+      : text_(std::move(text)), chunk_(chunk), damagedAtEnd_(damagedAtEnd) {}
+  std::size_t read(char* buffer, std::size_t capacity) override {
+    const std::size_t n = std::min({capacity, chunk_, text_.size() - at_});
+    if (n == 0 && damagedAtEnd_) throw StreamDamaged("damaged gzip stream: test");
+    text_.copy(buffer, n, at_);
+    at_ += n;
+    return n;
   }
+
+ private:
+  std::string text_;
+  std::size_t chunk_;
+  bool damagedAtEnd_;
+  std::size_t at_ = 0;
 };
 
-inline std::ostream& operator<<(std::ostream& out, const KeptRecord& r) {
-  return out << '{' << r.header << '|' << r.sequence << '|' << r.quality << '}';
-}
-
+// Keeps every record as "header|sequence|quality".
 class KeepingSink final : public RecordSink {
  public:
-  void onRecord(const FastqRecord& record) override {
-    records.push_back(KeptRecord{std::string(record.header), std::string(record.sequence),
-                                 std::string(record.quality)});
+  void onRecord(const FastqRecord& r) override {
+    records.push_back(std::string(r.header) + "|" + std::string(r.sequence) + "|" + std::string(r.quality));
   }
-  std::vector<KeptRecord> records;
+  std::vector<std::string> records;
 };
 
-// `count` well-formed records of varying length and content, deterministic.
+// `count` well-formed records of varying length and content, with tile headers; deterministic.
 inline std::string makeFastq(std::size_t count, std::size_t minLength = 20,
                              std::size_t maxLength = 160, unsigned seed = 1) {
   std::string out;
-  unsigned state = seed * 2654435761u + 12345u;
-  auto next = [&state] {
-    state = state * 1103515245u + 12345u;
-    return (state >> 8) & 0xffffffu;
-  };
+  std::mt19937 random(seed);
   for (std::size_t i = 0; i < count; ++i) {
-    const std::size_t length = minLength + next() % (maxLength - minLength + 1);
-    out += "@read" + std::to_string(i) + ":1:FC:1:" + std::to_string(1101 + i % 3) +
-           ":5:" + std::to_string(i) + "\n";
-    for (std::size_t j = 0; j < length; ++j) out.push_back("ACGTNacgt"[next() % 9]);
+    const std::size_t length = minLength + random() % (maxLength - minLength + 1);
+    out += "@read" + std::to_string(i) + ":1:FC:1:" + std::to_string(1101 + i % 3) + ":5:" +
+           std::to_string(i) + "\n";
+    for (std::size_t j = 0; j < length; ++j) out.push_back("ACGTNacgt"[random() % 9]);
     out += "\n+\n";
-    for (std::size_t j = 0; j < length; ++j) out.push_back(static_cast<char>('#' + next() % 40));
+    for (std::size_t j = 0; j < length; ++j) out.push_back(static_cast<char>('#' + random() % 40));
     out += "\n";
   }
   return out;
 }
 
-inline std::string sharedTestData() { return GENOSTAT_SHARED_TESTDATA; }
+// genostat-qc's command line run in this process: the exit code and the standard error.
+inline std::pair<int, std::string> runCommand(const std::vector<std::string>& args,
+                                              const std::function<void(EngineOptions&)>& configure = {}) {
+  std::ostringstream out, err;
+  const int code = runCli(args, out, err, configure);
+  return {code, err.str()};
+}
 
-inline bool sharedTestDataPresent() { return std::filesystem::is_directory(sharedTestData()); }
+// The golden folder's tables: one case a line, fields separated by tabs, '#' lines and empty
+// lines skipped; a line starting with a tab continues the previous line's last field.
+inline std::vector<std::vector<std::string>> readTable(const std::string& name) {
+  std::istringstream in(readWholeFile(std::string(GENOSTAT_GOLDEN_DIR) + "/" + name));
+  std::vector<std::vector<std::string>> rows;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line.empty() || line[0] == '#') continue;
+    if (line[0] == '\t' && !rows.empty()) {
+      rows.back().back() += " " + line.substr(1);
+      continue;
+    }
+    rows.emplace_back();
+    std::istringstream fields(line);
+    for (std::string field; std::getline(fields, field, '\t');) rows.back().push_back(field);
+  }
+  return rows;
+}
 
 }  // namespace genostat::testing

@@ -1,13 +1,10 @@
-"""Stand-in for the QC engine, installed as genostat-qc in a test's installation folder.
-
-It follows the engine's command line and is steered by environment variables:
-  FAKE_ENGINE_LOG      append the argument list (JSON, one line) to this file
-  FAKE_ENGINE_MODE     ok (default): write a header and one row per input to --output
-                       exit:<code>:<last stderr line>: end with <code>; "{0}" in the line becomes
-                         the first input path; writes a partial output first
-                       no-output: end with 0 without writing anything
-                       progress: emit progress lines for every input, then as ok
-                       hang: write a partial output, create FAKE_ENGINE_STARTED, sleep
+"""Stand-in for the QC engine, installed as genostat-qc in a test's installation folder. It logs
+its arguments (JSON, one line) to FAKE_ENGINE_LOG and acts as FAKE_ENGINE_MODE says:
+  ok            a header and one row per input written to --output
+  exit:C:LINE   a partial output, then LINE ("{0}": the first input) on stderr and exit code C
+  no-output     exit 0 without writing anything
+  progress      progress lines for every input, then as ok
+  hang          a partial output, FAKE_ENGINE_STARTED made holding the pid, then a long sleep
 """
 import json
 import os
@@ -18,56 +15,41 @@ HEADER = "Sample,Adapter_Type,Total_Sequences"
 
 
 def main(argv):
-    log = os.environ.get("FAKE_ENGINE_LOG")
-    if log:
-        with open(log, "a") as handle:
-            handle.write(json.dumps(argv) + "\n")
-    output, adapter, files, i = None, "NONE", [], 0
+    with open(os.environ["FAKE_ENGINE_LOG"], "a") as log:
+        log.write(json.dumps(argv) + "\n")
+    options, files, i = {}, [], 0
     while i < len(argv):
-        arg = argv[i]
-        if arg in ("--output", "--adapter", "--custom-sequence", "--threads"):
-            if arg == "--output":
-                output = argv[i + 1]
-            elif arg == "--adapter":
-                adapter = argv[i + 1]
-            i += 2
-            continue
-        if arg != "--progress":
-            files.append(arg)
+        if argv[i] in ("--output", "--adapter", "--custom-sequence", "--threads"):
+            options[argv[i]] = argv[i + 1]
+            i += 1
+        elif argv[i] != "--progress":
+            files.append(argv[i])
         i += 1
-    if output is None or not files:
-        sys.stderr.write("genostat-qc: error: usage: --output is required\n")
-        return 64
-
-    mode = os.environ.get("FAKE_ENGINE_MODE", "ok")
+    output, mode = options["--output"], os.environ.get("FAKE_ENGINE_MODE", "ok")
     if mode == "no-output":
         return 0
-    if mode.startswith("exit:"):
-        _, code, line = mode.split(":", 2)
+    if mode.startswith("exit:") or mode == "hang":
         try:
             with open(output, "w") as handle:
                 handle.write(HEADER + "\npartial")
         except OSError:
-            pass  # the failure being imitated may be that very write
+            pass  # the failure imitated may be that very write
+    if mode.startswith("exit:"):
+        _, code, line = mode.split(":", 2)
         sys.stderr.write("some earlier diagnostic\n" + line.replace("{0}", files[0]) + "\n")
         return int(code)
     if mode == "hang":
-        with open(output, "w") as handle:
-            handle.write(HEADER + "\npartial")
         with open(os.environ["FAKE_ENGINE_STARTED"], "w") as handle:
             handle.write(str(os.getpid()))
         time.sleep(60)
-        return 0
-    if mode == "progress":
-        for index in range(len(files)):
-            for done in (0, 500, 1000):
-                sys.stderr.write("progress %d %d 1000 12345.5\n" % (index + 1, done))
-                sys.stderr.flush()
-                time.sleep(0.25)
+    for index in range(len(files) if mode == "progress" else 0):
+        for done in (0, 500, 1000):
+            sys.stderr.write("progress %d %d 1000 12345.5\n" % (index + 1, done))
+            sys.stderr.flush()
+            time.sleep(0.25)
     with open(output, "w") as handle:
-        handle.write(HEADER + "\n")
-        for path in files:
-            handle.write("%s,%s,1\n" % (os.path.basename(path), adapter))
+        handle.write(HEADER + "\n" + "".join("%s,%s,1\n" % (os.path.basename(p), options.get("--adapter"))
+                                             for p in files))
     return 0
 
 
