@@ -16,7 +16,7 @@
 # The scratch folder's path reads @WORK@; zorv's own temporary folder and a job's result file
 # read zorv-@ and @.csv.
 #
-# With ZORV_GOLDEN_UPDATE=1 in the environment the .out files are written instead of compared;
+# With GENOSTAT_UPDATE_GOLDEN=1 in the environment the .out files are written instead of compared;
 # read every change before committing it.
 cmake_minimum_required(VERSION 3.20)
 set(golden ${CMAKE_CURRENT_LIST_DIR}/golden)
@@ -113,7 +113,7 @@ foreach(run IN LISTS runs)
   if(EXISTS ${golden}/${case}.out)
     file(READ ${golden}/${case}.out expected)
   endif()
-  if("$ENV{ZORV_GOLDEN_UPDATE}")
+  if("$ENV{GENOSTAT_UPDATE_GOLDEN}")
     file(WRITE ${golden}/${case}.out "${text}")
     message(STATUS "${case}: written")
   elseif(text STREQUAL expected)

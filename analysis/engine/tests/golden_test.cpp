@@ -1,7 +1,7 @@
 // The golden tables (tests/golden/): genostat-qc's command line run on every case of runs.txt, its CSV
 // compared with the golden CSV or its last error line with the expected one; and every text of
 // reader.txt parsed whole and one byte at a time, to its records or its exact refusal.
-// GENOSTAT_REGENERATE_GOLDEN=1 rewrites the golden CSVs from the engine's output: check every
+// GENOSTAT_UPDATE_GOLDEN=1 rewrites the golden CSVs from the engine's output: check every
 // changed value against the metrics' definitions before committing it (README.md there).
 #include <gtest/gtest.h>
 
@@ -60,7 +60,7 @@ TEST_P(Runs, MatchGolden) {
   }
   EXPECT_EQ(err, "");
   const std::string csv = testing::readWholeFile(out);
-  if (std::getenv("GENOSTAT_REGENERATE_GOLDEN") != nullptr) {
+  if (std::getenv("GENOSTAT_UPDATE_GOLDEN") != nullptr) {
     std::ofstream(golden + "/" + c[2], std::ios::binary) << csv;
     return;
   }
