@@ -14,6 +14,11 @@ cd "$root"
 "$root/scripts/setup-deps.sh"
 
 jobs=$(nproc)
+# A compiler cache, where the machine has one, makes rebuilds of a fresh clone cheap; nothing needs it.
+launcher=()
+if command -v ccache >/dev/null; then
+  launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
 : "${GENOSTAT_FUZZ_SECONDS:=60}"
 failures=()
 summary=()
@@ -31,7 +36,7 @@ configure_and_build() {  # <dir> <cmake args...> [-- <targets...>]
     args+=("$1")
     shift
   done
-  cmake -S "$root" -B "$root/build/$dir" -G Ninja "${args[@]}" >/dev/null
+  cmake -S "$root" -B "$root/build/$dir" -G Ninja "${launcher[@]}" "${args[@]}" >/dev/null
   if ((${#targets[@]})); then
     cmake --build "$root/build/$dir" -j "$jobs" --target "${targets[@]}"
   else
