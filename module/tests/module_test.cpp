@@ -1,7 +1,6 @@
-// What the golden cases cannot show: the module library's exports, the job-name rule against the
-// host's own parser, and the launch-size check, whose numbers depend on the machine.
-#include <cstdlib>
-
+// What the golden cases cannot show: the module library's exports, the client's C functions given
+// nulls, the job-name rule against the host's own parser, and the launch-size check, whose numbers
+// depend on the machine.
 #include "entry/GenoStatCommand.h"
 #include "host/parser.h"
 #include "host/tokens.h"
@@ -29,6 +28,11 @@ TEST(Exports, ExactlyTheEntryTheClientFunctionsAndTheManager) {
   }
 }
 
+TEST(ClientFunctions, CancelRefusesANullManagerOrJobName) {
+  EXPECT_FALSE(cancelGenoJob(nullptr, "x"));
+  EXPECT_FALSE(cancelGenoJob(getGenoManagerInstance(), nullptr));
+}
+
 // True when the host reads `name` back from "DATASET NAME <name>." as that one name.
 bool hostTakesDatasetName(const std::string& name) {
   CommandDescriptor descriptor = *zorvhost::findCommandDescriptor("DATASET NAME");
@@ -44,11 +48,8 @@ bool hostTakesDatasetName(const std::string& name) {
 
 TEST(JobName, TheModuleAcceptsExactlyTheNamesTheHostCanCarry) {
   // Else a job would be refused that could have run, or run to a DATASET NAME the host refuses.
-  for (const char* name : {"my run 1", "all",
-                           "Gr\xC3\xB6\xC3\x9F"
-                           "e_Lauf",
-                           "\xE6\x97\xA5\xE6\x9C\xAC", "a.b", "_x", "@tag", "run#1$", "run-2024-w12", "12345",
-                           "Bob's run", "x.", "", "a/b", "semi;colon", "(x)", "a=b", ".hidden"}) {
+  for (const char* name : {"my run 1", "all", "Größe_Lauf", "日本", "a.b", "_x", "@tag", "run#1$", "run-2024-w12",
+                           "12345", "Bob's run", "x.", "", "a/b", "semi;colon", "(x)", "a=b", ".hidden"}) {
     std::string carried = name;
     for (char& c : carried) c = c == ' ' ? '_' : c;
     const bool host = !carried.empty() && carried.find('\'') == std::string::npos && hostTakesDatasetName(carried);

@@ -67,9 +67,6 @@ class ScratchFolder {
     std::error_code ec;
     if (!path_.empty()) std::filesystem::remove_all(std::filesystem::u8path(path_), ec);
   }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
   const std::string& path() const { return path_; }
   std::string file(const std::string& name) const { return path_ + "/" + name; }
   // Writes `content` byte for byte and returns the file's path.
@@ -137,13 +134,8 @@ class Client {
     }
     return out;
   }
-  // From now on the post of every message that `fail` picks throws (after it is recorded), as a
-  // host whose client is gone would.
-  void failWhen(std::function<bool(const Recorded&)> fail) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    fail_ = std::move(fail);
-  }
-  // Runs `hook` on the posting thread for every message, once it has been recorded.
+  // Runs `hook` on the posting thread for every message, once it has been recorded; what it throws
+  // the post throws, as the post to a client that is gone would.
   void onPost(std::function<void(const Recorded&)> hook) {
     std::lock_guard<std::mutex> lock(mutex_);
     onPost_ = std::move(hook);
@@ -160,21 +152,17 @@ class Client {
       r = {id, end->jobName(), false, end->message(), end->csvFilePath(), end->workbookId(), end->paragraphId()};
     }
     std::function<void(const Recorded&)> hook;
-    bool fail = false;
     {
       std::lock_guard<std::mutex> lock(mutex_);
       messages_.push_back(r);
       hook = onPost_;
-      fail = fail_ && fail_(r);
     }
     if (hook) hook(r);
-    if (fail) throw std::runtime_error("the client is gone");
   }
 
   mutable std::mutex mutex_;
   std::vector<Recorded> messages_;
   std::function<void(const Recorded&)> onPost_;
-  std::function<bool(const Recorded&)> fail_;
 };
 
 // Runs one GENOSTAT command as the host does; returns the texts of the errors it reported.
