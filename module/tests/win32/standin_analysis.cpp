@@ -1,8 +1,8 @@
 // Stand-in for the analysis script in the module's Windows tests (there is no Python under Wine).
 // The tests' statisticspython3.bat runs it with the script path and the base64 parameter JSON, as
-// the real launcher runs the interpreter, and it follows the same plans as the POSIX stand-in
-// (fixtures/standin_analysis.py), but "signal". "--exit n" ends it at once with code n; "--sleep"
-// is the sleeping child and grandchild that "children" starts.
+// the real launcher runs the interpreter, and it follows the plans of the POSIX stand-in (listed in
+// golden/README.md) but "echo" and "signal". "--exit n" ends it at once with code n; "--sleep" is
+// the sleeping child and grandchild that "children" starts.
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
