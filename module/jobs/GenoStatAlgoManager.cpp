@@ -62,7 +62,7 @@ void GenoStatAlgoManager::addJobToQueue(GenoJobSettings* job) {
       throw;
     }
   }
-  if (!m_workerRunning && !m_workerHeld) {
+  if (!m_workerRunning) {
     // A worker whose loop has ended leaves its thread object behind.
     if (m_workerThread.joinable()) {
       if (m_workerThread.get_id() == std::this_thread::get_id()) {

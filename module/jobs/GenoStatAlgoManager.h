@@ -131,8 +131,6 @@ class GENOSTAT_API GenoStatAlgoManager {
   std::thread m_workerThread;
   std::atomic<bool> m_stop{false};          // read by the worker without the lock after a job
   bool m_workerRunning = false;
-  // Set by the tests of the queue alone: addJobToQueue then starts no worker and jobs stay queued.
-  bool m_workerHeld = false;
   // Written by the worker, read by cancelJob. Set back to -1 under the lock as soon as the job's
   // process has ended, before its id can be given to another process.
   std::atomic<int32_t> m_processId{-1};
