@@ -1,14 +1,17 @@
 #!/usr/bin/env python3
 """Engine throughput and memory, measured against `cat` and `zcat` on the same files.
 
-usage: bench/run.py [BUILDDIR] [--reads N] [--small-reads N] [--repeat K]
+usage: bench/run.py [BUILDDIR] [--reads N] [--small-reads N] [--files N] [--repeat K]
 
 Builds nothing: BUILDDIR (default build/release) must hold bin/genostat-fqgen and the engine
 (zorv-install/scripts/genostat-qc or bin/genostat-qc). The input files are generated once into
 bench/out/ (kept between runs, never committed) and re-made when their parameters change.
 
 Prints one table (wall time, reads/s, MB/s of uncompressed FASTQ, peak resident memory, speed
-relative to the floor) and the verdict on each target. Every run is a separate child process
+relative to the floor) and the verdict on each target. Besides the 150 bp files it reads a
+long-read file (20,000 reads of 5-20 kb with three 4 Mb reads among them) and --files small
+files of 1,000 reads, once as separate files in one process and once joined into one file: the
+difference is what each file costs on top of its reads. Every run is a separate child process
 whose peak memory GNU time reports (/usr/bin/time, Debian package "time"); with --repeat the
 fastest of K runs counts.
 """
@@ -24,13 +27,24 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 OUT = os.path.join(HERE, "out")
 READ_LENGTH = 150
 # Fixed content: a modern run with tile headers, a few adapters and duplicates.
-GENERATOR_OPTIONS = ["--seed", "7", "--length", str(READ_LENGTH), "--tiles", "16",
-                     "--adapter-rate", "0.05", "--duplicate-rate", "0.10", "--n-rate", "0.001"]
+CONTENT_OPTIONS = ["--length", str(READ_LENGTH), "--tiles", "16", "--adapter-rate", "0.05",
+                   "--duplicate-rate", "0.10", "--n-rate", "0.001"]
+GENERATOR_OPTIONS = ["--seed", "7"] + CONTENT_OPTIONS
 
 TARGET_PLAIN_MBPS = 400.0
 TARGET_GZIP_VS_ZCAT = 3.0
 TARGET_TWO_FILES_SPEEDUP = 1.8
 TARGET_PEAK_MB = 256.0
+TARGET_LONG_PEAK_MB = 256.0
+TARGET_LONG_VS_SHORT = 1.0  # MB/s of the long-read file over that of the 150 bp file
+TARGET_FILE_COST_MS = 0.3
+FILE_READS = 1000
+# The long-read file: 20,000 reads of 5-20 kb in four parts, a 4 Mb read after each of the first
+# three. Tile headers and adapters as in the short files.
+LONG_OPTIONS = ["--tiles", "16", "--adapter-rate", "0.05"]
+LONG_PARTS = [(11, 5000, "5000-20000"), (12, 1, "4000000"), (13, 5000, "5000-20000"),
+              (14, 1, "4000000"), (15, 5000, "5000-20000"), (16, 1, "4000000"),
+              (17, 5000, "5000-20000")]
 # Memory "does not grow with reads" when a file ten times larger peaks at most this much higher.
 GROWTH_TOLERANCE = 1.20
 GROWTH_SLACK_MB = 8.0
@@ -70,6 +84,61 @@ def generated(fqgen, name, reads):
     if os.path.exists(path + ".gz"):
         os.remove(path + ".gz")
     return path
+
+
+def joined(fqgen, path, parts, announce=True):
+    """`path` made of one generator run per (seed, reads, options) part, kept while the parts
+    stay the same; returns the number of reads."""
+    stamp = path + ".params"
+    params = repr(parts)
+    reads = sum(r for _, r, _ in parts)
+    if os.path.exists(path) and os.path.exists(stamp):
+        with open(stamp) as handle:
+            if handle.read() == params:
+                return reads
+    if announce:
+        print("generating %s (%d reads) ..." % (path, reads), flush=True)
+    with open(path + ".tmp", "wb") as out:
+        for seed, count, options in parts:
+            subprocess.run([fqgen, "--seed", str(seed), "--reads", str(count)] + options,
+                           stdout=out, check=True)
+    os.replace(path + ".tmp", path)
+    with open(stamp, "w") as handle:
+        handle.write(params)
+    return reads
+
+
+def long_reads(fqgen):
+    path = os.path.join(OUT, "long.fastq")
+    parts = [(seed, count, ["--length", length] + LONG_OPTIONS)
+             for seed, count, length in LONG_PARTS]
+    return path, joined(fqgen, path, parts)
+
+
+def small_files(fqgen, count):
+    """`count` files of FILE_READS reads each, and one file holding all of them in order."""
+    folder = os.path.join(OUT, "files")
+    os.makedirs(folder, exist_ok=True)
+    print("checking %d files of %d reads in %s ..." % (count, FILE_READS, folder), flush=True)
+    files = []
+    for k in range(count):
+        path = os.path.join(folder, "f%04d.fastq" % k)
+        joined(fqgen, path, [(1000 + k, FILE_READS, CONTENT_OPTIONS)], announce=False)
+        files.append(path)
+    together = os.path.join(OUT, "files-joined.fastq")
+    stamp = together + ".params"
+    current = None
+    if os.path.exists(stamp):
+        with open(stamp) as handle:
+            current = handle.read()
+    if current != repr(files):
+        with open(together, "wb") as out:
+            for path in files:
+                with open(path, "rb") as part:
+                    shutil.copyfileobj(part, out)
+        with open(stamp, "w") as handle:
+            handle.write(repr(files))
+    return files, together
 
 
 def gzipped(path):
@@ -125,19 +194,25 @@ def main():
     parser.add_argument("build", nargs="?", default=os.path.join(HERE, "..", "build", "release"))
     parser.add_argument("--reads", type=int, default=2_000_000)
     parser.add_argument("--small-reads", type=int, default=200_000)
+    parser.add_argument("--files", type=int, default=500)
     parser.add_argument("--repeat", type=int, default=1)
     args = parser.parse_args()
-    if args.reads <= 0 or args.small_reads <= 0 or args.repeat <= 0:
-        fail("--reads, --small-reads and --repeat must be positive")
+    if args.reads <= 0 or args.small_reads <= 0 or args.files <= 0 or args.repeat <= 0:
+        fail("--reads, --small-reads, --files and --repeat must be positive")
 
     fqgen, engine = find_tools(os.path.abspath(args.build))
     os.makedirs(OUT, exist_ok=True)
     big = generated(fqgen, "big", args.reads)
     big_gz = gzipped(big)
     small = generated(fqgen, "small", args.small_reads)
+    long_file, long_count = long_reads(fqgen)
+    files, files_joined = small_files(fqgen, args.files)
     csv = os.path.join(OUT, "result.csv")
     size_mb = os.path.getsize(big) / 1e6
     small_mb = os.path.getsize(small) / 1e6
+    long_mb = os.path.getsize(long_file) / 1e6
+    files_mb = os.path.getsize(files_joined) / 1e6
+    files_reads = args.files * FILE_READS
 
     def qc(threads, *files):
         return [engine, "--threads", str(threads), "--output", csv] + list(files)
@@ -153,6 +228,9 @@ def main():
         ("engine gzip, 2 threads", qc(2, big_gz), size_mb, args.reads),
         ("engine 2 files, 2 threads", qc(2, big, big), 2 * size_mb, 2 * args.reads),
         ("engine small plain, 1 thread", qc(1, small), small_mb, args.small_reads),
+        ("engine long reads, 1 thread", qc(1, long_file), long_mb, long_count),
+        ("engine %d files, 1 thread" % args.files, qc(1, *files), files_mb, files_reads),
+        ("engine them joined, 1 thread", qc(1, files_joined), files_mb, files_reads),
     ]
     results = {}
     print()
@@ -176,6 +254,10 @@ def main():
     big_peak = results["engine plain, 1 thread"][1]
     small_peak = results["engine small plain, 1 thread"][1]
     growth_limit = small_peak * GROWTH_TOLERANCE + GROWTH_SLACK_MB
+    long_peak = results["engine long reads, 1 thread"][1]
+    long_vs_short = results["engine long reads, 1 thread"][2] / plain1
+    file_cost_ms = 1000.0 * (results["engine %d files, 1 thread" % args.files][0] -
+                             results["engine them joined, 1 thread"][0]) / args.files
     verdicts = [
         ("plain, 1 thread >= %.0f MB/s" % TARGET_PLAIN_MBPS, "%.1f MB/s" % plain1,
          plain1 >= TARGET_PLAIN_MBPS),
@@ -186,12 +268,19 @@ def main():
         ("peak memory < %.0f MB" % TARGET_PEAK_MB, "%.1f MB" % peak, peak < TARGET_PEAK_MB),
         ("memory flat: %d reads vs %d reads" % (args.reads, args.small_reads),
          "%.1f vs %.1f MB" % (big_peak, small_peak), big_peak <= growth_limit),
+        ("longest read 4 Mb: peak memory < %.0f MB" % TARGET_LONG_PEAK_MB, "%.1f MB" % long_peak,
+         long_peak < TARGET_LONG_PEAK_MB),
+        ("long reads >= %.1fx MB/s of 150 bp, 1 thread" % TARGET_LONG_VS_SHORT,
+         "%.2fx" % long_vs_short, long_vs_short >= TARGET_LONG_VS_SHORT),
+        ("%d files of %d reads: <= %.1f ms a file" % (args.files, FILE_READS, TARGET_FILE_COST_MS),
+         "%.3f ms" % file_cost_ms, file_cost_ms <= TARGET_FILE_COST_MS),
     ]
     print()
     for name, value, ok in verdicts:
         print("%-48s %-22s %s" % (name, value, "met" if ok else "MISSED"))
-    print("\nfiles: %s (%.0f MB), its gzip copy (%.0f MB); %d cores"
-          % (big, size_mb, os.path.getsize(big_gz) / 1e6, os.cpu_count() or 0))
+    print("\nfiles: %s (%.0f MB), its gzip copy (%.0f MB), %s (%.0f MB), %d files in %s; %d cores"
+          % (big, size_mb, os.path.getsize(big_gz) / 1e6, long_file, long_mb, args.files,
+             os.path.dirname(files[0]), os.cpu_count() or 0))
     return 0
 
 

@@ -65,7 +65,7 @@ bool parseLength(std::string_view text, Options& options) {
              !parseUnsigned(text.substr(dash + 1), hi)) {
     return false;
   }
-  if (lo == 0 || hi < lo || hi > 1000000) return false;
+  if (lo == 0 || hi < lo || hi > 100000000) return false;
   options.minLength = lo;
   options.maxLength = hi;
   return true;

@@ -1,4 +1,5 @@
 // Adapter content: where along the reads each adapter first appears.
+#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -46,7 +47,10 @@ std::vector<std::string> adapterSequences(int setting, const std::string& custom
 }
 
 AdapterScanner::AdapterScanner(std::vector<std::string> adapters, Simd simd)
-    : adapters_(std::move(adapters)), simd_(usableSimd(simd)), hits_(adapters_.size()) {
+    : adapters_(std::move(adapters)),
+      simd_(usableSimd(simd)),
+      hits_(adapters_.size()),
+      farHits_(adapters_.size()) {
   if (adapters_.empty() || adapters_.size() > 8) throw std::invalid_argument("adapter list size");
   length_ = adapters_.front().size();
   if (length_ == 0 || length_ > 12) throw std::invalid_argument("adapter length");
@@ -278,7 +282,7 @@ void AdapterScanner::add(std::string_view sequence) {
   const std::size_t len = sequence.size();
   if (len > longest_ && len > length_) {
     longest_ = len;
-    for (auto& h : hits_) h.resize(longest_ - length_ + 1, 0);
+    for (auto& h : hits_) h.resize(std::min(longest_ - length_ + 1, denseLimit_), 0);
   }
   if (longest_ == 0 || len < length_) return;  // nothing is counted until some read is long enough
   std::array<std::size_t, 8> first{};
@@ -290,8 +294,33 @@ void AdapterScanner::add(std::string_view sequence) {
     case Simd::None: found = findScalar(sequence, first); break;
   }
   for (std::size_t a = 0; a < adapters_.size(); ++a) {
-    if (found & (1u << a)) ++hits_[a][first[a]];
+    if (!(found & (1u << a))) continue;
+    if (first[a] < hits_[a].size()) {
+      ++hits_[a][first[a]];
+    } else {
+      farHits_[a].push_back(first[a]);
+    }
   }
+}
+
+void AdapterScanner::setDenseLimit(std::size_t positions) {
+  denseLimit_ = positions;
+  for (std::size_t a = 0; a < hits_.size(); ++a) {
+    if (longest_ > 0) hits_[a].resize(std::min(longest_ - length_ + 1, denseLimit_), 0);
+    auto& far = farHits_[a];
+    const auto stays = std::partition(far.begin(), far.end(),
+                                      [&](std::size_t j) { return j >= hits_[a].size(); });
+    for (auto it = stays; it != far.end(); ++it) ++hits_[a][*it];
+    far.erase(stays, far.end());
+  }
+}
+
+void AdapterScanner::reset() {
+  for (auto& h : hits_) h.assign(1, 0);
+  for (auto& far : farHits_) far.clear();
+  longest_ = 0;
+  total_ = 0;
+  denseLimit_ = SIZE_MAX;
 }
 
 std::vector<std::vector<double>> AdapterScanner::groupValues() const {
@@ -300,21 +329,26 @@ std::vector<std::vector<double>> AdapterScanner::groupValues() const {
   const std::size_t positions = longest_ - length_ + 1;
   const auto groups = positionGroups(positions);
   const double total = static_cast<double>(total_);
-  for (const auto& firstHits : hits_) {
+  for (std::size_t a = 0; a < hits_.size(); ++a) {
     // Entry e counts the reads whose first hit starts at or before e. Every adapter of a set has
     // the same length, so a hit always lies within the entries that existed when it was counted
     // and a plain running sum reproduces the growing-array bookkeeping.
-    std::vector<std::uint64_t> cumulative(positions, 0);
+    const std::vector<std::uint64_t>& firstHits = hits_[a];
+    std::vector<std::size_t> far = farHits_[a];
+    std::sort(far.begin(), far.end());
+    std::size_t nextFar = 0;
     std::uint64_t running = 0;
-    for (std::size_t e = 0; e < positions; ++e) {
-      running += firstHits[e];
-      cumulative[e] = running;
-    }
+    double percent = 0;  // of `running`, worked out again only when it changes (rarely, far out)
     std::vector<double> perGroup;
     for (const PositionGroup& g : groups) {
       double sum = 0;
       for (std::size_t pos = g.first; pos <= g.last; ++pos) {
-        sum += (100 * static_cast<double>(cumulative[pos - 1])) / total;
+        const std::size_t e = pos - 1;
+        const std::uint64_t before = running;
+        if (e < firstHits.size()) running += firstHits[e];
+        for (; nextFar < far.size() && far[nextFar] == e; ++nextFar) ++running;
+        if (running != before) percent = (100 * static_cast<double>(running)) / total;
+        sum += percent;
       }
       perGroup.push_back(sum / static_cast<double>(g.last - g.first + 1));
     }

@@ -1,6 +1,7 @@
 // Per-position base classes and the per-read byte scans of the hot path: 32 bytes at a time with
 // AVX2 where the processor has it, 16 with SSE2 (part of every x86-64), one byte at a time
 // elsewhere.
+#include <algorithm>
 #include <cstring>
 
 #include "metrics_internal.h"
@@ -61,16 +62,21 @@ Simd usableSimd(Simd wanted) {
 
 BaseCounts::BaseCounts(Simd simd) : simd_(usableSimd(simd)) {}
 
+void BaseCounts::reserve(std::size_t positions) {
+  if (positions <= capacity_) return;
+  fold();
+  // Long reads raise the limit in many small steps: growing by half at least keeps the folds and
+  // copies few.
+  capacity_ = (std::max(positions, capacity_ + capacity_ / 2) + 31) / 32 * 32;
+  recent_.assign(kCompared * capacity_, 0);
+  folded_.resize(capacity_ * kBaseStride, 0);
+}
+
 std::size_t BaseCounts::add(const unsigned char* bases, std::size_t size, std::size_t gcLength) {
   if (size >= lengths_.size()) lengths_.resize(size + 1, 0);
   ++lengths_[size];
   if (size > longest_) longest_ = size;
-  if (size > capacity_) {
-    fold();
-    capacity_ = (size + 31) / 32 * 32;
-    recent_.assign(kCompared * capacity_, 0);
-    folded_.resize(capacity_ * kBaseStride, 0);
-  }
+  reserve(size);
   if (sinceFold_ == kFoldEvery) fold();
   ++sinceFold_;
   switch (simd_) {
@@ -222,6 +228,29 @@ void BaseCounts::fold() {
   sinceFold_ = 0;
 }
 
+void BaseCounts::extend(const unsigned char* bases, std::size_t from, std::size_t to) {
+  reserve(to);
+  if (to >= lengths_.size()) lengths_.resize(to + 1, 0);
+  --lengths_[from];
+  ++lengths_[to];
+  if (to > longest_) longest_ = to;
+  // Rare (a few long reads): straight into the totals.
+  for (std::size_t p = from; p < to; ++p) {
+    const std::uint8_t k = kClasses.cls[bases[p - from]];
+    if (k < kCompared) ++folded_[p * kBaseStride + k];
+  }
+}
+
+void BaseCounts::reset() {
+  // Cleared, not freed: the next file's reads zero only the positions they reach.
+  recent_.clear();
+  folded_.clear();
+  capacity_ = 0;
+  lengths_.clear();
+  longest_ = 0;
+  sinceFold_ = 0;
+}
+
 std::vector<std::uint64_t> BaseCounts::totals() {
   fold();
   std::vector<std::uint64_t> result(longest_ * kBaseStride, 0);
@@ -283,6 +312,31 @@ std::uint64_t byteSum(const unsigned char* bytes, std::size_t size, bool vectori
 #endif
   for (; i < size; ++i) total += bytes[i];
   return total;
+}
+
+std::size_t gcCount(const unsigned char* bases, std::size_t size) {
+  std::size_t count = 0;
+  std::size_t i = 0;
+#ifdef GENOSTAT_SSE2
+  const __m128i letterC = _mm_set1_epi8('C');
+  const __m128i letterG = _mm_set1_epi8('G');
+  const __m128i one = _mm_set1_epi8(1);
+  const __m128i zero = _mm_setzero_si128();
+  __m128i sum = zero;
+  for (; i + 16 <= size; i += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bases + i));
+    const __m128i gc = _mm_or_si128(_mm_cmpeq_epi8(v, letterC), _mm_cmpeq_epi8(v, letterG));
+    sum = _mm_add_epi64(sum, _mm_sad_epu8(_mm_and_si128(gc, one), zero));
+  }
+  count = static_cast<std::size_t>(_mm_cvtsi128_si64(sum)) +
+          static_cast<std::size_t>(_mm_cvtsi128_si64(_mm_unpackhi_epi64(sum, sum)));
+#endif
+  for (; i < size; ++i) count += (bases[i] == 'C') | (bases[i] == 'G');
+  return count;
+}
+
+void addClasses(const unsigned char* bases, std::size_t size, std::array<std::uint64_t, 6>& sums) {
+  for (std::size_t i = 0; i < size; ++i) ++sums[kClasses.cls[bases[i]]];
 }
 
 }  // namespace genostat::metrics_detail

@@ -76,8 +76,19 @@ void DuplicateTable::add(std::string_view key, std::uint64_t h) {
   entries_.push_back({1, static_cast<std::uint32_t>(arena_.size()), static_cast<std::uint32_t>(key.size())});
   arena_.append(key.data(), key.size());
   slots_[slot] = (tag << 32) | entries_.size();
+  usedSlots_.push_back(static_cast<std::uint32_t>(slot));
   countAtLimit_ = total_;
   if (entries_.size() == kDistinctLimit) frozen_ = true;
+}
+
+void DuplicateTable::reset() {
+  for (std::uint32_t slot : usedSlots_) slots_[slot] = 0;
+  usedSlots_.clear();
+  entries_.clear();
+  arena_.clear();
+  total_ = 0;
+  countAtLimit_ = 0;
+  frozen_ = false;
 }
 
 std::map<std::uint64_t, std::uint64_t> DuplicateTable::levels() const {

@@ -1,4 +1,5 @@
 // Number formatting, position groups and length bins shared by several columns.
+#include <algorithm>
 #include <charconv>
 #include <system_error>
 
@@ -84,7 +85,8 @@ std::string LengthBin::label() const {
   return std::to_string(first) + "-" + std::to_string(last);
 }
 
-std::vector<LengthBin> lengthBins(const std::vector<std::uint64_t>& lengthCounts) {
+std::vector<LengthBin> lengthBins(const std::vector<std::uint64_t>& lengthCounts,
+                                  const std::vector<std::size_t>& longer) {
   std::size_t lo = 0;
   std::size_t hi = 0;
   bool any = false;
@@ -92,6 +94,12 @@ std::vector<LengthBin> lengthBins(const std::vector<std::uint64_t>& lengthCounts
     if (lengthCounts[len] == 0) continue;
     if (!any) lo = len;
     hi = len;
+    any = true;
+  }
+  for (std::size_t len : longer) {
+    if (!any) lo = len;
+    lo = std::min(lo, len);
+    hi = std::max(hi, len);
     any = true;
   }
   // One padding value on each side.
@@ -120,6 +128,7 @@ std::vector<LengthBin> lengthBins(const std::vector<std::uint64_t>& lengthCounts
     }
     bins.push_back(bin);
   }
+  for (std::size_t len : longer) ++bins[(len - bins.front().first) / width].count;
   if (!bins.empty() && bins.back().count == 0) bins.pop_back();
   if (!bins.empty() && bins.front().count == 0) bins.erase(bins.begin());
   return bins;

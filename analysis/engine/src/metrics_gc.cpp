@@ -1,5 +1,6 @@
 // Per-sequence GC content: the model that spreads a read over percentage bins, and the deviation
 // of the resulting distribution from a normal curve fitted to it.
+#include <algorithm>
 #include <cmath>
 
 #include "metrics_internal.h"
@@ -11,33 +12,54 @@ namespace {
 inline long roundHalfUp(double x) { return static_cast<long>(std::floor(x + 0.5)); }
 }  // namespace
 
-GcModel::GcModel(std::size_t length) : claims_(length + 1) {
+GcModel::GcModel(std::size_t length) : length_(static_cast<double>(length)) {
   // Each possible G/C count h claims the bins its +-0.5 interval touches; a bin claimed by several
-  // counts is shared between them, so a read adds 1/claims to every bin it claims.
-  const double len = static_cast<double>(length);
-  std::array<int, 101> claimCount{};
-  std::vector<std::pair<long, long>> ranges(length + 1);
-  for (std::size_t h = 0; h <= length; ++h) {
-    const double lo = std::max(0.0, static_cast<double>(h) - 0.5);
-    const double up = std::min(len, static_cast<double>(h) + 0.5);
-    const long pLo = roundHalfUp((100 * lo) / len);
-    const long pUp = roundHalfUp((100 * up) / len);
-    ranges[h] = {pLo, pUp};
-    for (long p = pLo; p <= pUp; ++p) ++claimCount[static_cast<std::size_t>(p)];
-  }
-  for (std::size_t h = 0; h <= length; ++h) {
-    Claim& claim = claims_[h];
-    claim.firstBin = static_cast<std::size_t>(ranges[h].first);
-    for (long p = ranges[h].first; p <= ranges[h].second; ++p) {
-      claim.weights.push_back(1.0 / claimCount[static_cast<std::size_t>(p)]);
+  // counts is shared between them, so a read adds 1/claims to every bin it claims. Both ends of
+  // the claimed range grow with h, so the counts claiming bin p are those whose first bin is at
+  // most p less those whose last bin is below p: two binary searches, not a walk over every h.
+  const auto countWhile = [length](auto&& below) {
+    std::size_t lo = 0;
+    std::size_t hi = length + 1;
+    while (lo < hi) {
+      const std::size_t mid = lo + (hi - lo) / 2;
+      if (below(mid)) {
+        lo = mid + 1;
+      } else {
+        hi = mid;
+      }
     }
+    return lo;
+  };
+  for (long p = 0; p <= 100; ++p) {
+    const std::size_t started = countWhile([&](std::size_t h) { return firstBin(h) <= p; });
+    const std::size_t ended = countWhile([&](std::size_t h) { return lastBin(h) < p; });
+    const int claimCount = static_cast<int>(started - ended);
+    if (claimCount > 0) weights_[static_cast<std::size_t>(p)] = 1.0 / claimCount;
   }
 }
 
+long GcModel::firstBin(std::size_t h) const {
+  const double lo = std::max(0.0, static_cast<double>(h) - 0.5);
+  return roundHalfUp((100 * lo) / length_);
+}
+
+long GcModel::lastBin(std::size_t h) const {
+  const double up = std::min(length_, static_cast<double>(h) + 0.5);
+  return roundHalfUp((100 * up) / length_);
+}
+
+GcModel::Claim GcModel::claim(std::size_t gcCount) const {
+  Claim claim{static_cast<std::size_t>(firstBin(gcCount)), {}};
+  for (long p = firstBin(gcCount); p <= lastBin(gcCount); ++p) {
+    claim.weights.push_back(weights_[static_cast<std::size_t>(p)]);
+  }
+  return claim;
+}
+
 void GcModel::addTo(std::size_t gcCount, std::array<double, 101>& distribution) const {
-  const Claim& claim = claims_[gcCount];
-  for (std::size_t k = 0; k < claim.weights.size(); ++k) {
-    distribution[claim.firstBin + k] += claim.weights[k];
+  const long last = lastBin(gcCount);
+  for (long p = firstBin(gcCount); p <= last; ++p) {
+    distribution[static_cast<std::size_t>(p)] += weights_[static_cast<std::size_t>(p)];
   }
 }
 

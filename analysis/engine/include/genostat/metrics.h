@@ -16,6 +16,10 @@ enum class AdapterSetting { None, Illumina, Nextera, Custom };
 struct MetricsOptions {
   AdapterSetting adapter = AdapterSetting::None;
   std::string customSequence;  // upper case, A/C/G/T only (checked before the engine runs)
+  // Positions always counted one by one (about 1.3 KB of tables each). Further positions are
+  // counted so only as far as the 101st-longest read reaches; the at most 100 reads beyond keep
+  // the rest of their text. No figure depends on it; tests lower it to send many reads that way.
+  std::size_t densePositions = 16384;
 };
 
 // One FASTQ record as the reader hands it over; the views are valid during add() only.
@@ -41,6 +45,10 @@ class SampleMetrics {
   // The 27 fields of the file's CSV row, unquoted; field 0 is `sampleName` as given (the writer
   // quotes it when needed), field 1 the adapter keyword. May be called once, after the last add().
   std::vector<std::string> finish(const std::string& sampleName);
+
+  // Forgets every record, for the next file with the same options. Keeps the tables' memory and
+  // clears only what the last file used: cheaper than a new accumulator per small file.
+  void reset();
 
  private:
   struct Impl;
