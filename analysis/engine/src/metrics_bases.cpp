@@ -5,17 +5,7 @@
 #include <cstring>
 
 #include "metrics_internal.h"
-
-// _mm_cvtsi128_si64 needs a 64-bit target; AVX2 code is compiled per function (target
-// attribute) and only run after the processor was asked.
-#if defined(__SSE2__) && defined(__x86_64__)
-#define GENOSTAT_SSE2 1
-#include <emmintrin.h>
-#if defined(__GNUC__) || defined(__clang__)
-#define GENOSTAT_AVX2 1
-#include <immintrin.h>
-#endif
-#endif
+#include "simd.h"
 
 namespace genostat::metrics_detail {
 
