@@ -13,6 +13,7 @@ packages=(
   libgtest-dev libgmock-dev         # unit tests
   zlib1g-dev libisal-dev libbz2-dev # the engine's decompressors
   pigz                              # gzip/BGZF-style test inputs for the engine
+  bzip2                             # the benchmark's bzip2 copy and its bzcat floor
   time                              # peak memory figures of the benchmark
   chromium                          # the output page checked in a real browser (headless)
   # The Windows build: MinGW-w64 (posix threads), zlib for MinGW, GoogleTest's sources for the
