@@ -266,12 +266,17 @@ class Bzip2Codec final : public PieceCodec {
 
   bool decode(const Piece& piece, std::vector<char>& output) const override {
     const Outcome outcome = run(piece, output);
-    if (headOf(piece).ends == kEndsFile) {
-      // The file was cut short after this block's bits, perhaps inside the end marker: the block
-      // counts when its text is whole, whatever libbz2 made of the missing end.
-      return !output.empty() && blockCrc(output.data(), output.size()) == statedCrc(piece);
-    }
-    return outcome == Outcome::Complete;
+    if (outcome == Outcome::Complete) return true;
+    const bool whole =
+        !output.empty() && blockCrc(output.data(), output.size()) == statedCrc(piece);
+    // The file was cut short after this block's bits, perhaps inside the end marker: the block
+    // counts when its text is whole, whatever libbz2 made of the missing end.
+    if (headOf(piece).ends == kEndsFile) return whole;
+    // A whole block followed by bits that are no marker: a wrong cut would have left the block
+    // short, so the next block's marker is damaged. The block's text goes out before the error.
+    if (outcome == Outcome::Invalid && whole) throwDamaged("invalid compressed data");
+    output.clear();
+    return false;
   }
 
   bool join(Piece& piece, const Piece* next) const override {

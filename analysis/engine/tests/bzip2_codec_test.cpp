@@ -42,10 +42,15 @@ Decoded decodeAll(const std::string& file, std::vector<ChanceMarker> chanceMarke
     };
     for (bool have = codec->split(piece); have;) {
       bool haveNext = splitNext();
-      while (!codec->decode(piece, text)) {
-        if (!codec->join(piece, haveNext ? &next : nullptr)) throw codec->damaged(piece);
-        ++out.joins;
-        haveNext = splitNext();
+      try {
+        while (!codec->decode(piece, text)) {
+          if (!codec->join(piece, haveNext ? &next : nullptr)) throw codec->damaged(piece);
+          ++out.joins;
+          haveNext = splitNext();
+        }
+      } catch (const StreamDamaged&) {
+        out.text.append(text.data(), text.size());  // what decoded before the damage
+        throw;
       }
       out.text.append(text.data(), text.size());
       out.pieces.push_back(out.text.size());
@@ -164,6 +169,8 @@ TEST(Bzip2Codec, DamageIsRefusedAfterTheTextOfTheBlocksBeforeIt) {
        "damaged bzip2 stream: "},
       {"a bit flipped in a block's CRC", flipped(blocks[k] + 60), before,
        "damaged bzip2 stream: a block does not match its CRC"},
+      {"a bit flipped in a block's marker", flipped(blocks[k + 1] + 20), text.substr(0, after[k]),
+       "damaged bzip2 stream: invalid compressed data"},
       {"the file cut inside a block", file.substr(0, (blocks[k] + blocks[k + 1]) / 16), before,
        "truncated bzip2 stream: the file ends in the middle of compressed data"},
       {"the file cut inside the end marker", file.substr(0, (end + 24) / 8), text,
