@@ -75,6 +75,7 @@ ENGINE_OUT_OF_MEMORY = 75
 ENGINE_NO_PERMISSION = 77
 
 ENGINE_ERROR_PREFIX = "genostat-qc: error: "
+ENGINE_LEFT_OUT_PREFIX = "genostat-qc: left out: "
 ENGINE_NAME = "genostat-qc.exe" if os.name == "nt" else "genostat-qc"
 
 # How long the engine gets to stop after SIGTERM before it is killed outright.
@@ -86,14 +87,11 @@ PROGRESS_INTERVAL_SECONDS = 0.2
 class JobError(Exception):
     """Ends the job with `code`; `value` fills the code's placeholder (None: no details file)."""
 
-    def __init__(self, code, value=None, diagnostic=None, bad_file=None, reason=None):
+    def __init__(self, code, value=None, diagnostic=None):
         super().__init__(diagnostic or value or "")
         self.code = code
         self.value = value
         self.diagnostic = diagnostic
-        # A file the engine's reader refused, and why: the batch can go on without it.
-        self.bad_file = bad_file
-        self.reason = reason
 
 
 class Interrupted(Exception):
@@ -279,18 +277,21 @@ def engine_command(engine, job, custom_sequence, files, output, progress):
         command += ["--custom-sequence", custom_sequence]
     if progress:
         command.append("--progress")
+    if len(files) > 1:
+        command.append("--leave-out-damaged")
     command += ["--output", output] + files
     return command
 
 
-def split_engine_error(line, files):
-    """(path, message) from "genostat-qc: error: <path>: <message>", or (None, line).
+def split_engine_error(line, files, prefix=ENGINE_ERROR_PREFIX):
+    """(path, message) from "genostat-qc: error: <path>: <message>" (or another `prefix`), or
+    (None, line).
 
     Paths may hold ": " themselves, so the known input paths are tried first, longest first.
     """
-    if not line.startswith(ENGINE_ERROR_PREFIX):
+    if not line.startswith(prefix):
         return None, line
-    rest = line[len(ENGINE_ERROR_PREFIX):]
+    rest = line[len(prefix):]
     for path in sorted(set(files), key=len, reverse=True):
         if rest.startswith(path + ": "):
             return path, rest[len(path) + 2:]
@@ -303,7 +304,7 @@ def map_engine_failure(returncode, last_line, files, csv_path):
     path, message = split_engine_error(last_line, files)
     if returncode == ENGINE_DATA:
         name = path if path is not None else "(unknown file)"
-        return JobError(EXIT_BAD_FASTQ, ": %s: %s" % (name, message), bad_file=path, reason=message)
+        return JobError(EXIT_BAD_FASTQ, ": %s: %s" % (name, message))
     if returncode == ENGINE_NO_INPUT and path is not None:
         return JobError(EXIT_NOT_FOUND, " " + path)
     if returncode == ENGINE_NO_PERMISSION and path is not None:
@@ -387,7 +388,8 @@ def stop_engine(process):
 
 
 def run_engine(command, files, csv_path, progress_stream):
-    """Runs the engine to its end; raises JobError on failure. Progress goes to `progress_stream`."""
+    """Runs the engine to its end; raises JobError on failure. Progress goes to `progress_stream`.
+    Returns the (path, reason) of each file the engine left out."""
     try:
         process = subprocess.Popen(command, stdin=subprocess.DEVNULL,
                                    stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
@@ -395,11 +397,18 @@ def run_engine(command, files, csv_path, progress_stream):
         raise JobError(EXIT_NO_ENGINE, " %s (cannot start %s: %s)"
                        % (ENGINE_NAME, command[0], exc.strerror or exc))
     messages = collections.deque(maxlen=20)
+    left_out = []
     display = ProgressLine(progress_stream) if progress_stream is not None else None
     try:
         for raw in process.stderr:
             line = raw.decode("utf-8", "surrogateescape").rstrip("\r\n")
             progress = parse_progress(line)
+            if line.startswith(ENGINE_LEFT_OUT_PREFIX):
+                path, reason = split_engine_error(line, files, ENGINE_LEFT_OUT_PREFIX)
+                if path is not None:
+                    left_out.append((path, reason))
+                    sys.stderr.write("genostat: %s: left out: %s\n" % (path, reason))
+                    continue
             if progress is None:
                 if line:
                     messages.append(line)
@@ -419,6 +428,7 @@ def run_engine(command, files, csv_path, progress_stream):
         for line in list(messages)[:-1]:
             sys.stderr.write(line + "\n")
         raise map_engine_failure(returncode, messages[-1] if messages else "", files, csv_path)
+    return left_out
 
 
 # ---------------------------------------------------------------------------------------------
@@ -487,20 +497,10 @@ def analyse(job, progress_stream):
 
     part = part_file_path(job.csv_path)
     # A file the reader refuses is left out and the batch goes on (peers report the good files and
-    # flag the bad one); the job fails only when no file can be read.
-    refused = []
-    while True:
-        command = engine_command(engine, job, custom_sequence, files, part,
-                                 progress=progress_stream is not None)
-        try:
-            run_engine(command, files, job.csv_path, progress_stream)
-            break
-        except JobError as failure:
-            if failure.bad_file is None or failure.bad_file not in files or len(files) == 1:
-                raise
-            files = [path for path in files if path != failure.bad_file]
-            refused.append((failure.bad_file, failure.reason))
-            report("genostat: %s: left out: %s" % (failure.bad_file, failure.reason))
+    # flag the bad one), in the same engine run; the job fails only when no file can be read.
+    command = engine_command(engine, job, custom_sequence, files, part,
+                             progress=progress_stream is not None)
+    refused = run_engine(command, files, job.csv_path, progress_stream)
     if not os.path.isfile(part):
         raise JobError(EXIT_GENERAL, " the QC engine reported success but wrote no result")
     if refused:

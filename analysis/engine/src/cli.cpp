@@ -16,7 +16,8 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: genostat-qc [--adapter NONE|ILLUMINA|NEXTERA|CUSTOM] [--custom-sequence SEQ]\n"
-    "                   [--threads N] [--progress] --output OUT.csv FILE...\n";
+    "                   [--threads N] [--progress] [--leave-out-damaged] --output OUT.csv\n"
+    "                   FILE...\n";
 
 // Beyond this, more threads only cost memory: every busy file holds its buffers.
 constexpr unsigned kMaxThreads = 256;
@@ -31,6 +32,7 @@ struct Arguments {
   MetricsOptions metrics;
   unsigned threads = 0;
   bool progress = false;
+  bool leaveOutDamaged = false;
   std::optional<std::string> output;
   std::optional<std::string> customSequence;
   std::vector<std::string> files;
@@ -80,6 +82,10 @@ std::optional<Failure> parseArguments(const std::vector<std::string>& argv, Argu
     }
     if (arg == "--progress") {
       args.progress = true;
+      continue;
+    }
+    if (arg == "--leave-out-damaged") {
+      args.leaveOutDamaged = true;
       continue;
     }
     // Options with a value, as "--name value" or "--name=value".
@@ -245,6 +251,12 @@ int runCli(const std::vector<std::string>& argv, std::ostream& out, std::ostream
                                                 std::uint64_t total, std::uint64_t perSecond) {
         std::lock_guard<std::mutex> lock(progressMutex);
         err << "progress " << (file + 1) << ' ' << done << ' ' << total << ' ' << perSecond << '\n';
+        err.flush();
+      };
+    }
+    if (args.leaveOutDamaged) {
+      options.leftOut = [&err](const InputError& error) {
+        err << "genostat-qc: left out: " << error.path() << ": " << error.message() << '\n';
         err.flush();
       };
     }

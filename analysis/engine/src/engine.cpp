@@ -52,6 +52,7 @@ class Run {
         names_(uniqueSampleNames(files)),
         rows_(files.size()),
         errors_(files.size()),
+        leftOut_(files.size()),
         progress_(std::make_unique<FileProgress[]>(files.size())),
         firstFailure_(files.size()) {}
 
@@ -75,7 +76,7 @@ class Run {
     }
     const std::size_t failed = firstFailure_.load();
     if (failed < files_.size()) std::rethrow_exception(errors_[failed]);
-    return std::move(rows_);
+    return keptRows();
   }
 
  private:
@@ -95,8 +96,12 @@ class Run {
         rows_[index] = readOne(index, *metrics);
       } catch (const ReadCancelled&) {
         // A file before this one failed; its error is the one reported.
-      } catch (const InputError&) {
-        fail(index, std::current_exception());
+      } catch (const InputError& error) {
+        if (options_.leftOut && refusesContent(error)) {
+          leftOut_[index] = std::make_unique<InputError>(error);
+        } else {
+          fail(index, std::current_exception());
+        }
       } catch (const std::bad_alloc&) {
         fail(index, std::make_exception_ptr(WorkerFailure(files_[index], true, "out of memory")));
       } catch (const std::exception& error) {
@@ -127,6 +132,39 @@ class Run {
     readFastq(*source, path, sink, readOptions);
     source.reset();  // stops the decompression thread before the row is built
     return metrics.finish(names_[index]);
+  }
+
+  static bool refusesContent(const InputError& error) {
+    return error.kind() == InputErrorKind::Malformed || error.kind() == InputErrorKind::Unsupported;
+  }
+
+  // The rows of the files not left out, renamed as if the others had not been given (so a batch
+  // names its rows as a second run without the refused files would).
+  std::vector<std::vector<std::string>> keptRows() {
+    std::vector<std::string> kept;
+    std::vector<std::vector<std::string>> rows;
+    const InputError* last = nullptr;
+    for (std::size_t i = 0; i < files_.size(); ++i) {
+      if (leftOut_[i]) {
+        last = leftOut_[i].get();
+        continue;
+      }
+      kept.push_back(files_[i]);
+      rows.push_back(std::move(rows_[i]));
+    }
+    if (last == nullptr) return rows;
+    if (rows.empty()) {
+      for (std::size_t i = 0; i < files_.size(); ++i) {
+        if (leftOut_[i].get() != last) options_.leftOut(*leftOut_[i]);
+      }
+      throw *last;
+    }
+    for (std::size_t i = 0; i < files_.size(); ++i) {
+      if (leftOut_[i]) options_.leftOut(*leftOut_[i]);
+    }
+    const std::vector<std::string> names = uniqueSampleNames(kept);
+    for (std::size_t k = 0; k < rows.size(); ++k) rows[k][0] = names[k];
+    return rows;
   }
 
   void fail(std::size_t index, std::exception_ptr error) {
@@ -170,6 +208,7 @@ class Run {
   const std::vector<std::string> names_;
   std::vector<std::vector<std::string>> rows_;  // slot i written only by the thread reading file i
   std::vector<std::exception_ptr> errors_;      // guarded by failMutex_
+  std::vector<std::unique_ptr<InputError>> leftOut_;  // slot i written only by file i's thread
   std::unique_ptr<FileProgress[]> progress_;
   std::atomic<std::size_t> next_{0};
   std::atomic<std::size_t> firstFailure_;

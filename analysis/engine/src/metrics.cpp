@@ -1,7 +1,8 @@
 // SampleMetrics: one pass over a file's records fills flat per-position counters and a few small
 // tables; finish() turns them into the 27 fields of the file's CSV row.
 //
-// The per-position counters (about 1.3 KB a position, mostly the quality histogram) hold the
+// The per-position counters (up to 1.3 KB a position, mostly the quality histogram's 64-bit
+// totals, which are only made when 65535 reads have been counted) hold the
 // first MetricsOptions::densePositions positions, and beyond them only the positions that at least
 // 101 reads reach. Per-base quality uses a position's percentiles only where more than 100 reads
 // cover it, and coverage never grows along a read, so beyond that point at most 100 reads remain:
@@ -158,8 +159,8 @@ struct SampleMetrics::Impl {
 void SampleMetrics::Impl::raiseDenseLimit(std::size_t limit) {
   for (ReadTail& tail : tails) {
     const std::size_t to = std::min(tail.length, limit);
-    const unsigned char* b = bytes(tail.bases) + (tail.from - tail.start);
-    const unsigned char* q = bytes(tail.quality) + (tail.from - tail.start);
+    const unsigned char* b = tail.bases.data() + (tail.from - tail.start);
+    const unsigned char* q = tail.quality.data() + (tail.from - tail.start);
     baseCounts.extend(b, tail.from, to);
     qualityCounts.extend(q, tail.from, to);
     if (tail.tile != ReadTail::kNoTile) tiles.extend(tail.tile, q, tail.from, to);
@@ -251,8 +252,8 @@ void SampleMetrics::Impl::add(const FastqRecord& r) {
     tail.start = tail.from = dense;
     tail.length = ls;
     tail.tile = tile;
-    tail.bases.assign(r.sequence.substr(dense));
-    tail.quality.assign(r.quality.substr(std::min(dense, lq)));
+    tail.bases.assign(s + dense, s + ls);
+    tail.quality.assign(q + std::min(dense, lq), q + lq);
     tails.push_back(std::move(tail));
   }
   duplicates.add(key, keyHash);
@@ -280,7 +281,7 @@ std::vector<std::string> SampleMetrics::Impl::finish(const std::string& sampleNa
       const std::size_t first = std::max(sequenceGroups[g].first - 1, tail.from);
       const std::size_t end = std::min(sequenceGroups[g].last, tail.length);
       if (first < end) {
-        addClasses(bytes(tail.bases) + (first - tail.start), end - first, tailClasses[g]);
+        addClasses(tail.bases.data() + (first - tail.start), end - first, tailClasses[g]);
       }
     }
   }
@@ -353,7 +354,7 @@ std::vector<std::string> SampleMetrics::Impl::finish(const std::string& sampleNa
   }
   for (const ReadTail& tail : tails) {
     for (std::size_t j = tail.from - tail.start; j < tail.quality.size(); ++j) {
-      ++allCodes[static_cast<unsigned char>(tail.quality[j])];
+      ++allCodes[tail.quality[j]];
     }
   }
   unsigned minCode = 0;

@@ -12,6 +12,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "large_memory.h"
+
 namespace genostat::metrics_detail {
 
 // ---------------------------------------------------------------------------------------------
@@ -71,8 +73,8 @@ class BaseCounts {
   std::size_t capacity_ = 0;           // positions held by the working counters, a multiple of 32
   std::size_t longest_ = 0;
   unsigned sinceFold_ = 0;             // reads in the working counters
-  std::vector<std::uint8_t> recent_;   // [class * capacity_ + position], classes A..N
-  std::vector<std::uint64_t> folded_;  // [position * kBaseStride + class], classes A..N
+  LargeVector<std::uint8_t> recent_;   // [class * capacity_ + position], classes A..N
+  LargeVector<std::uint64_t> folded_;  // [position * kBaseStride + class], classes A..N
   std::vector<std::uint64_t> lengths_;  // reads of each length
 };
 
@@ -111,9 +113,9 @@ class QualityCounts {
   std::size_t positions_ = 0;
   std::size_t farCapacity_ = 0;  // positions a row of farCounts_ holds
   std::uint32_t sinceFold_ = 0;
-  std::vector<std::uint16_t> nearCounts_;  // [position * kStride + code - 33]
-  std::vector<std::uint16_t> farCounts_;   // [(code - 33) * farCapacity_ + far position]
-  std::vector<std::uint64_t> totals_;      // [position * kStride + code - 33]
+  LargeVector<std::uint16_t> nearCounts_;  // [position * kStride + code - 33]
+  LargeVector<std::uint16_t> farCounts_;   // [(code - 33) * farCapacity_ + far position]
+  LargeVector<std::uint64_t> totals_;      // [position * kStride + code - 33]
   std::array<std::uint16_t*, 128> rows_{};  // the farCounts_ row of each raw code
 };
 
@@ -239,7 +241,7 @@ class DuplicateTable {
     std::uint32_t offset;
     std::uint32_t length;
   };
-  std::vector<std::uint64_t> slots_;  // (hash high 32 bits << 32) | (entry index + 1); 0 = empty
+  LargeVector<std::uint64_t> slots_;  // (hash high 32 bits << 32) | (entry index + 1); 0 = empty
   std::vector<std::uint32_t> usedSlots_;
   std::vector<Entry> entries_;
   std::string arena_;
@@ -270,8 +272,8 @@ struct ReadTail {
   std::size_t from = 0;    // positions below are in the tables already
   std::size_t length = 0;  // the whole read's
   std::size_t tile = kNoTile;  // the TileTracker slot that counted the read, if one did
-  std::string bases;
-  std::string quality;
+  LargeVector<unsigned char> bases;
+  LargeVector<unsigned char> quality;
 };
 
 // ---------------------------------------------------------------------------------------------

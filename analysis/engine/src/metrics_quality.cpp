@@ -14,12 +14,13 @@ void QualityCounts::reserve(std::size_t positions) {
   if (positions <= positions_) return;
   const std::size_t near = std::min(positions, nearPositions_);
   if (near * kStride > nearCounts_.size()) nearCounts_.resize(near * kStride, 0);
-  totals_.resize(positions * kStride, 0);
+  // The totals grow only when something is folded into them: a file of fewer than 65535 long
+  // reads never touches (nor pays the page faults of) their 768 bytes a position.
   if (positions > nearPositions_ && positions - nearPositions_ > farCapacity_) {
     // Rows of a new width, grown by half at least so that a slowly rising limit copies little.
     const std::size_t capacity =
         std::max(positions - nearPositions_, farCapacity_ + farCapacity_ / 2);
-    std::vector<std::uint16_t> wider(kCodes * capacity, 0);
+    LargeVector<std::uint16_t> wider(kCodes * capacity, 0);
     for (std::size_t c = 0; c < kCodes; ++c) {
       std::copy_n(farCounts_.begin() + static_cast<std::ptrdiff_t>(c * farCapacity_), farCapacity_,
                   wider.begin() + static_cast<std::ptrdiff_t>(c * capacity));
@@ -62,12 +63,23 @@ void QualityCounts::add(const unsigned char* q, std::size_t size) {
 }
 
 void QualityCounts::extend(const unsigned char* q, std::size_t from, std::size_t to) {
+  // Into the working counters, like add(). Each call adds at most 1 to a position, so counting
+  // it with the reads keeps the counters from wrapping when the tails of reads added before the
+  // last fold arrive.
+  if (++sinceFold_ == std::numeric_limits<std::uint16_t>::max()) fold();
   reserve(to);
-  // Rare (a few long reads): straight into the totals.
-  for (std::size_t p = from; p < to; ++p) ++totals_[p * kStride + (q[p - from] - kLowestCode)];
+  for (std::size_t p = from; p < to; ++p) {
+    const unsigned char code = q[p - from];
+    if (p < nearPositions_) {
+      ++nearCounts_[p * kStride + (code - kLowestCode)];
+    } else {
+      ++rows_[code][p - nearPositions_];
+    }
+  }
 }
 
 void QualityCounts::fold() {
+  if (positions_ * kStride > totals_.size()) totals_.resize(positions_ * kStride, 0);
   const std::size_t near = std::min(positions_, nearPositions_);
   for (std::size_t i = 0; i < near * kStride; ++i) totals_[i] += nearCounts_[i];
   std::fill(nearCounts_.begin(), nearCounts_.end(), std::uint16_t{0});
@@ -82,7 +94,9 @@ void QualityCounts::fold() {
 }
 
 void QualityCounts::countsAt(std::size_t p, std::array<std::uint64_t, kCodes>& counts) const {
-  const std::uint64_t* total = totals_.data() + p * kStride;
+  static const std::array<std::uint64_t, kStride> kNone{};
+  const std::uint64_t* total =
+      (p + 1) * kStride <= totals_.size() ? totals_.data() + p * kStride : kNone.data();
   if (p < nearPositions_) {
     const std::uint16_t* recent = nearCounts_.data() + p * kStride;
     for (std::size_t c = 0; c < kCodes; ++c) counts[c] = total[c] + recent[c];

@@ -12,6 +12,7 @@
 #endif
 
 #include "genostat/input_error.h"
+#include "large_memory.h"
 
 namespace genostat {
 namespace {
@@ -31,23 +32,27 @@ std::string describeByte(unsigned char c) {
 }
 
 // A byte buffer that is not zero-filled when created or grown (it is always written before it is
-// read), keeping its first `keep` bytes when it grows.
+// read), keeping its first `keep` bytes when it grows. A multi-megabase read makes it large.
 class TextBuffer {
  public:
-  explicit TextBuffer(std::size_t size) : data_(new char[size]), size_(size) {}
-  char* data() { return data_.get(); }
-  const char* data() const { return data_.get(); }
+  explicit TextBuffer(std::size_t size) : data_(LargeAllocator<char>().allocate(size)), size_(size) {}
+  ~TextBuffer() { LargeAllocator<char>().deallocate(data_, size_); }
+  TextBuffer(const TextBuffer&) = delete;
+  TextBuffer& operator=(const TextBuffer&) = delete;
+  char* data() { return data_; }
+  const char* data() const { return data_; }
   std::size_t size() const { return size_; }
   char operator[](std::size_t i) const { return data_[i]; }
   void grow(std::size_t size, std::size_t keep) {
-    std::unique_ptr<char[]> bigger(new char[size]);
-    std::memcpy(bigger.get(), data_.get(), keep);
-    data_ = std::move(bigger);
+    char* bigger = LargeAllocator<char>().allocate(size);
+    std::memcpy(bigger, data_, keep);
+    LargeAllocator<char>().deallocate(data_, size_);
+    data_ = bigger;
     size_ = size;
   }
 
  private:
-  std::unique_ptr<char[]> data_;
+  char* data_;
   std::size_t size_;
 };
 

@@ -136,6 +136,16 @@ TEST(MetricsQualityCounts, EveryPositionHoldsWhatItWasGiven) {
     counts.countsAt(p, got);
     EXPECT_EQ(got, expected[p]) << p;
   }
+
+  // The tails of reads added before a fold (as long reads' tails are) reach a position after a
+  // full 16-bit counter's worth of new reads: the count must not wrap.
+  metrics_detail::QualityCounts late(3);
+  const auto* q = reinterpret_cast<const unsigned char*>("IIIIIIII");
+  for (int r = 0; r < 100; ++r) late.add(q, 4);
+  for (int r = 0; r < 2 * 65535 - 101; ++r) late.add(q, 8);
+  for (int r = 0; r < 100; ++r) late.extend(q, 4, 8);
+  late.countsAt(5, got);
+  EXPECT_EQ(got['I' - '!'], 2u * 65535 - 1);
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ def main(argv):
         if argv[i] in ("--output", "--adapter", "--custom-sequence", "--threads"):
             options[argv[i]] = argv[i + 1]
             i += 1
-        elif argv[i] != "--progress":
+        elif argv[i] not in ("--progress", "--leave-out-damaged"):
             files.append(argv[i])
         i += 1
     output, mode = options["--output"], os.environ.get("FAKE_ENGINE_MODE", "ok")

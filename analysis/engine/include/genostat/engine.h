@@ -38,6 +38,12 @@ struct EngineOptions {
   // Called on the worker thread as it starts each file (index 0-based), before opening it; an
   // exception it throws counts as that file's failure.
   std::function<void(std::size_t)> onFileStart;
+  // When set, a file whose content is refused (damaged, truncated, a compression this build
+  // cannot read) is left out instead of ending the run: it gets no row, the other rows are named
+  // as if it had not been given, and this is called for it, in input order, once the run is over.
+  // When every file is left out, the last one's error is thrown instead. Other errors (a missing
+  // file, no permission, out of memory) still end the run.
+  std::function<void(const InputError&)> leftOut;
 };
 
 // How the threads are used for `files` inputs: worker count and whether each file gets a
@@ -48,7 +54,8 @@ struct ThreadPlan {
 };
 ThreadPlan planThreads(unsigned threads, std::size_t files);
 
-// One row of 27 fields per file, in input order, named by uniqueSampleNames. When several files
+// One row of 27 fields per file (per file not left out), in input order, named by
+// uniqueSampleNames. When several files
 // fail, the error of the first failing file in input order is thrown, whatever the thread count:
 // InputError for the input's fault, WorkerFailure for anything else.
 std::vector<std::vector<std::string>> runEngine(const std::vector<std::string>& files,

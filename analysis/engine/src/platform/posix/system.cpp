@@ -3,11 +3,14 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <new>
 #include <thread>
 
 namespace genostat::platform {
@@ -25,6 +28,10 @@ SystemError errorFrom(int code) {
   }
   return error;
 }
+
+constexpr std::size_t kLargePage = std::size_t{2} << 20;
+
+std::size_t largeSize(std::size_t bytes) { return (bytes + kLargePage - 1) & ~(kLargePage - 1); }
 
 }  // namespace
 
@@ -109,6 +116,29 @@ unsigned usableProcessors() {
   }
 #endif
   return std::thread::hardware_concurrency();
+}
+
+void* allocateLarge(std::size_t bytes) {
+  // Over-map by one large page and trim both ends, so the block starts on a large-page boundary.
+  const std::size_t size = largeSize(bytes);
+  if (size < bytes) throw std::bad_alloc();
+  void* mapped = ::mmap(nullptr, size + kLargePage, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (mapped == MAP_FAILED) throw std::bad_alloc();
+  const auto start = reinterpret_cast<std::uintptr_t>(mapped);
+  const std::uintptr_t aligned = (start + kLargePage - 1) & ~(std::uintptr_t{kLargePage} - 1);
+  if (aligned != start) ::munmap(mapped, aligned - start);
+  const std::size_t after = kLargePage - (aligned - start);
+  if (after != 0) ::munmap(reinterpret_cast<void*>(aligned + size), after);
+  void* block = reinterpret_cast<void*>(aligned);
+#ifdef MADV_HUGEPAGE
+  ::madvise(block, size, MADV_HUGEPAGE);  // a hint: refused or ignored, small pages still work
+#endif
+  return block;
+}
+
+void releaseLarge(void* block, std::size_t bytes) {
+  if (block != nullptr) ::munmap(block, largeSize(bytes));
 }
 
 }  // namespace genostat::platform

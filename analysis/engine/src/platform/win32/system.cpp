@@ -151,4 +151,9 @@ unsigned usableProcessors() {
   return std::thread::hardware_concurrency();
 }
 
+// Large pages need a privilege ordinary users lack on Windows: the C++ heap is as good.
+void* allocateLarge(std::size_t bytes) { return ::operator new(bytes); }
+
+void releaseLarge(void* block, std::size_t /*bytes*/) { ::operator delete(block); }
+
 }  // namespace genostat::platform
