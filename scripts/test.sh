@@ -92,8 +92,8 @@ fuzz() {  # <binary> <seed corpus dir> <seconds> [libFuzzer flags...]
   fi
 }
 fuzz fuzz_parser "$root/refhost/parser/fuzz-corpus" "$GENOSTAT_FUZZ_SECONDS" -max_len=4096 -timeout=10
+fuzz fuzz_bzip2_codec "$root/analysis/engine/fuzz/bzip2-corpus" 30 -rss_limit_mb=1024 -timeout=10
 fuzz fuzz_fastq_reader "$root/analysis/engine/fuzz/corpus" 30 -rss_limit_mb=1024
-fuzz fuzz_bzip2_codec "$root/analysis/engine/fuzz/corpus-bzip2" 30 -rss_limit_mb=1024 -timeout=10
 fuzz fuzz_output "$root/refhost/output/fuzz/corpus" 20
 
 echo "== build: Windows (MinGW-w64 cross build, tests under Wine)"
