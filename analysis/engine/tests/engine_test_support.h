@@ -118,6 +118,17 @@ class ChunkedSource final : public ByteSource {
   std::size_t at_ = 0;
 };
 
+// The text `source` hands out, read `piece` bytes at a time, then its error ("" when it ends).
+inline std::pair<std::string, std::string> readAll(ByteSource& source, std::size_t piece = 777) {
+  std::string out, buffer(piece, '\0');
+  try {
+    while (const std::size_t n = source.read(buffer.data(), buffer.size())) out.append(buffer, 0, n);
+  } catch (const StreamDamaged& error) {
+    return {out, error.what()};
+  }
+  return {out, ""};
+}
+
 // Keeps every record as "header|sequence|quality".
 class KeepingSink final : public RecordSink {
  public:
