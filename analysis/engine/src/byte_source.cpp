@@ -3,6 +3,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdlib>
@@ -21,7 +22,9 @@
 #include <isa-l/igzip_lib.h>
 #endif
 
+#include "bgzf_codec.h"
 #include "genostat/input_error.h"
+#include "parallel_decode.h"
 #include "platform/system.h"
 
 namespace genostat {
@@ -470,7 +473,9 @@ Inflater resolveInflater(Inflater requested) {
 Compression sniffCompression(std::string_view firstBytes) {
   if (firstBytes.size() >= 2 && static_cast<unsigned char>(firstBytes[0]) == 0x1f &&
       static_cast<unsigned char>(firstBytes[1]) == 0x8b) {
-    return Compression::Gzip;
+    const BgzfHeader header = inspectBgzfHeader(
+        reinterpret_cast<const unsigned char*>(firstBytes.data()), firstBytes.size());
+    return header.verdict == BgzfHeader::Verdict::Bgzf ? Compression::Bgzf : Compression::Gzip;
   }
   if (firstBytes.substr(0, 3) == "BZh") return Compression::Bzip2;
   return Compression::Plain;
@@ -529,30 +534,64 @@ std::unique_ptr<ByteSource> memorySource(std::string_view data) {
   return std::make_unique<MemorySource>(data);
 }
 
-std::unique_ptr<ByteSource> openDecodedSource(std::unique_ptr<ByteSource> raw,
-                                              const std::string& path, Inflater inflater,
-                                              Compression* detected) {
-  std::string prefix(3, '\0');
-  std::size_t have = 0;
+std::unique_ptr<ByteSource> serialGzipSource(std::string alreadyRead,
+                                             std::unique_ptr<ByteSource> rest, Inflater inflater) {
+  auto whole = std::make_unique<PrefixedSource>(std::move(alreadyRead), std::move(rest));
+#ifdef GENOSTAT_HAVE_ISAL
+  if (resolveInflater(inflater) == Inflater::Isal) {
+    return std::make_unique<IsalGzipSource>(std::move(whole));
+  }
+#else
+  (void)inflater;
+#endif
+  return std::make_unique<ZlibGzipSource>(std::move(whole));
+}
+
+namespace {
+
+// Reads from `raw` until `prefix` holds `size` bytes; false when the stream ends first.
+bool readUpTo(ByteSource& raw, std::string& prefix, std::size_t size) {
+  std::size_t have = prefix.size();
+  prefix.resize(std::max(size, have));
   while (have < prefix.size()) {
-    const std::size_t n = raw->read(prefix.data() + have, prefix.size() - have);
+    const std::size_t n = raw.read(prefix.data() + have, prefix.size() - have);
     if (n == 0) break;
     have += n;
   }
   prefix.resize(have);
-  const Compression compression = sniffCompression(prefix);
+  return have >= size;
+}
+
+}  // namespace
+
+std::unique_ptr<ByteSource> openDecodedSource(std::unique_ptr<ByteSource> raw,
+                                              const std::string& path, Inflater inflater,
+                                              Compression* detected, unsigned threads) {
+  std::string prefix;
+  readUpTo(*raw, prefix, 3);
+  Compression compression = sniffCompression(prefix);
+  if (compression == Compression::Gzip) {
+    // BGZF is told from other gzip by the first member's header (18 bytes as usually written).
+    const auto inspect = [&prefix] {
+      return inspectBgzfHeader(reinterpret_cast<const unsigned char*>(prefix.data()),
+                               prefix.size());
+    };
+    BgzfHeader header = inspect();
+    while (header.verdict == BgzfHeader::Verdict::NeedMore && readUpTo(*raw, prefix, header.need)) {
+      header = inspect();
+    }
+    if (header.verdict == BgzfHeader::Verdict::Bgzf) compression = Compression::Bgzf;
+  }
   if (detected != nullptr) *detected = compression;
   auto whole = std::make_unique<PrefixedSource>(std::move(prefix), std::move(raw));
   switch (compression) {
-    case Compression::Gzip:
-#ifdef GENOSTAT_HAVE_ISAL
-      if (resolveInflater(inflater) == Inflater::Isal) {
-        return std::make_unique<IsalGzipSource>(std::move(whole));
+    case Compression::Bgzf:
+      if (threads >= 2) {
+        return parallelDecodedSource(bgzfCodec(std::move(whole), inflater), threads);
       }
-#else
-      (void)inflater;
-#endif
-      return std::make_unique<ZlibGzipSource>(std::move(whole));
+      [[fallthrough]];  // it is gzip, which one thread reads as such
+    case Compression::Gzip:
+      return serialGzipSource("", std::move(whole), inflater);
     case Compression::Bzip2:
 #ifdef GENOSTAT_HAVE_BZIP2
       (void)path;  // a decoding error is positioned and named by the reader

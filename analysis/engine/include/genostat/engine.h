@@ -1,6 +1,7 @@
 // Runs the metrics over a list of FASTQ files on a given number of threads. Files are spread over
 // worker threads (one accumulator per file); a file read alone gets a decompression thread of its
-// own when a thread is spare. The rows do not depend on the thread count.
+// own when a thread is spare, or, when it is BGZF, every spare thread inflates it. The rows do not
+// depend on the thread count.
 #pragma once
 
 #include <cstdint>
@@ -40,10 +41,11 @@ struct EngineOptions {
   std::function<void(std::size_t)> onFileStart;
 };
 
-// How the threads are used for `files` inputs: worker count and whether each file gets a
-// decompression thread.
+// How the threads are used for `files` inputs: worker count, the threads each file read may use
+// (a BGZF file is inflated on all of them) and whether each file gets a decompression thread.
 struct ThreadPlan {
   unsigned workers = 1;
+  unsigned threadsPerFile = 1;
   bool decompressionThreads = false;
 };
 ThreadPlan planThreads(unsigned threads, std::size_t files);
