@@ -46,6 +46,7 @@ class ParallelSource final : public ByteSource {
 
   std::size_t read(char* buffer, std::size_t capacity) override {
     if (failed_) std::rethrow_exception(failed_);
+    if (ended_) return 0;
     std::size_t copied = 0;
     while (copied < capacity) {
       if (current_ != nullptr && used_ < current_->output.size()) {
@@ -57,7 +58,10 @@ class ParallelSource final : public ByteSource {
       }
       if (copied != 0) return copied;  // hand over what we have before waiting or failing
       if (current_ != nullptr && current_->error) fail(current_->error);
-      if (!advance()) return 0;
+      if (!advance()) {
+        ended_ = true;  // finish() has run; it runs once
+        return 0;
+      }
     }
     return copied;
   }
@@ -252,6 +256,7 @@ class ParallelSource final : public ByteSource {
   std::unique_ptr<Slot> current_;
   std::size_t used_ = 0;
   std::exception_ptr failed_;  // thrown again by every later read
+  bool ended_ = false;
 
   std::thread producer_;
   std::vector<std::thread> workers_;
