@@ -589,6 +589,7 @@ std::unique_ptr<ByteSource> openDecodedSource(std::unique_ptr<ByteSource> raw,
   }
   if (detected != nullptr) *detected = compression;
   auto whole = std::make_unique<PrefixedSource>(std::move(prefix), std::move(raw));
+  std::unique_ptr<ByteSource> decoded;
   switch (compression) {
     case Compression::Bgzf:
       if (threads >= 2) {
@@ -597,18 +598,23 @@ std::unique_ptr<ByteSource> openDecodedSource(std::unique_ptr<ByteSource> raw,
       }
       [[fallthrough]];  // it is gzip, which one thread reads as such
     case Compression::Gzip:
-      return serialGzipSource("", std::move(whole), inflater);
+      decoded = serialGzipSource("", std::move(whole), inflater);
+      break;
     case Compression::Bzip2:
 #ifdef GENOSTAT_HAVE_BZIP2
       (void)path;  // a decoding error is positioned and named by the reader
-      return std::make_unique<Bzip2Source>(std::move(whole));
+      decoded = std::make_unique<Bzip2Source>(std::move(whole));
+      break;
 #else
       throw InputError(InputErrorKind::Unsupported, path, kNoBzip2);
 #endif
     case Compression::Plain:
+      decoded = std::move(whole);
       break;
   }
-  return whole;
+  // Decoded (or read) on a second thread, ahead of the reader.
+  if (threads >= 2) decoded = asyncSource(std::move(decoded));
+  return decoded;
 }
 
 std::unique_ptr<ByteSource> asyncSource(std::unique_ptr<ByteSource> inner, std::size_t blockSize,

@@ -118,13 +118,8 @@ class Run {
     progress.size.store(size);
     progress.startNs.store(Clock::now().time_since_epoch().count());
     progress.active.store(true);
-    Compression compression = Compression::Plain;
-    auto source = openDecodedSource(std::move(raw), path, options_.inflater, &compression,
-                                    plan_.threadsPerFile);
-    // BGZF given several threads is already decoded ahead of the reader, on all of them.
-    if (plan_.decompressionThreads && compression != Compression::Bgzf) {
-      source = asyncSource(std::move(source));
-    }
+    auto source =
+        openDecodedSource(std::move(raw), path, options_.inflater, nullptr, plan_.threadsPerFile);
     MetricsSink sink(metrics);
     ReadOptions readOptions;
     readOptions.cancel = &progress.cancel;
@@ -194,7 +189,6 @@ ThreadPlan planThreads(unsigned threads, std::size_t files) {
   // A worker gets more threads for decoding only when every worker can have as many: the thread
   // count then bounds the busy threads.
   plan.threadsPerFile = available / plan.workers;
-  plan.decompressionThreads = plan.threadsPerFile >= 2;
   return plan;
 }
 

@@ -41,12 +41,11 @@ struct EngineOptions {
   std::function<void(std::size_t)> onFileStart;
 };
 
-// How the threads are used for `files` inputs: worker count, the threads each file read may use
-// (a BGZF file is inflated on all of them) and whether each file gets a decompression thread.
+// How the threads are used for `files` inputs: worker count, and the threads each file's read may
+// use (from 2 on, the file is decoded ahead of its reader; a BGZF file is inflated on all of them).
 struct ThreadPlan {
   unsigned workers = 1;
   unsigned threadsPerFile = 1;
-  bool decompressionThreads = false;
 };
 ThreadPlan planThreads(unsigned threads, std::size_t files);
 
