@@ -181,7 +181,12 @@ class ParallelSource final : public ByteSource {
   Result attempt(Slot& slot) const {
     try {
       return {codec_->decode(slot.piece, slot.output) ? State::Decoded : State::Refused, nullptr};
+    } catch (const StreamDamaged&) {
+      return {State::Failed, std::current_exception()};  // the output holds the good bytes
     } catch (...) {
+      // Out of memory, say: whatever the output holds (a reused buffer's old text) is not this
+      // piece's, and the reader must meet the failure, not a malformed record made of it.
+      slot.output.clear();
       return {State::Failed, std::current_exception()};
     }
   }

@@ -35,7 +35,8 @@ class PieceCodec {
   // block marker's bit pattern occurring by chance inside compressed data): the piece is then
   // joined to its successor and decoded again. Throws StreamDamaged for damage, leaving in
   // `output` the bytes that decoded correctly before it (or nothing): the source hands them out
-  // before the error, so a piece of many members loses none of those before a damaged one.
+  // before the error, so a piece of many members loses none of those before a damaged one. After
+  // any other exception the output is dropped.
   virtual bool decode(const Piece& piece, std::vector<char>& output) const = 0;
 
   // Appends `next` to `piece` after decode() refused `piece`. False when joining cannot help

@@ -154,7 +154,7 @@ inline std::pair<std::string, std::string> readAll(ByteSource& source, std::size
   std::string out, buffer(piece, '\0');
   try {
     while (const std::size_t n = source.read(buffer.data(), buffer.size())) out.append(buffer, 0, n);
-  } catch (const StreamDamaged& error) {
+  } catch (const std::exception& error) {
     return {out, error.what()};
   }
   return {out, ""};

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <tuple>
 
 #include "engine_test_support.h"
@@ -12,7 +13,8 @@ namespace genostat {
 namespace {
 
 // Pieces of a text as a table says: 'g' decodes, 'w' is a wrong cut (refused until joined to
-// what follows), 'd' hands out half its text and then fails.
+// what follows), 'd' hands out half its text and then fails, 'o' runs out of memory with junk
+// in its output.
 class TableCodec final : public PieceCodec {
  public:
   static constexpr std::size_t kPiece = 997;
@@ -30,6 +32,10 @@ class TableCodec final : public PieceCodec {
   }
   bool decode(const Piece& piece, std::vector<char>& output) const override {
     if (piece.first == 'w') return false;
+    if (piece.first == 'o') {
+      output.assign(100, '#');
+      throw std::bad_alloc();
+    }
     output.assign(piece.input.begin(), piece.input.begin() + (piece.first == 'd' ? piece.input.size() / 2 : piece.input.size()));
     if (piece.first == 'd') throw StreamDamaged("damaged test stream");
     return true;
@@ -64,6 +70,7 @@ TEST(ThreadedParallelSource, KeepsOrderJoinsWrongCutsAndFailsInPlace) {
       {"gwwwwwg" + good.substr(7), false, 1 * k, "damaged test stream: cut"},  // joined too long
       {"ggggwd" + good.substr(6), false, 4 * k + k, "damaged test stream"},     // half of 2 pieces
       {good, true, text.size(), "truncated test stream"},
+      {"gggo" + good.substr(4), false, 3 * k, "std::bad_alloc"},
   };
   for (const auto& [kinds, truncated, handedOut, error] : cases) {
     for (unsigned threads : {1u, 2u, 4u}) {
