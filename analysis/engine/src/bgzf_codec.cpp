@@ -223,10 +223,9 @@ class BgzfCodec final : public PieceCodec {
       if (header.verdict != BgzfHeader::Verdict::Bgzf || size > output.size() - out) {
         throw std::logic_error("BGZF piece does not match its members");
       }
-      const char* problem =
-          inflater.inflateMember(member + header.headerSize,
-                           header.memberSize - header.headerSize - kGzipTrailer,
-                           output.data() + out, size, le32(trailer));
+      const char* problem = inflater.inflateMember(
+          member + header.headerSize, header.memberSize - header.headerSize - kGzipTrailer,
+          output.data() + out, size, le32(trailer));
       if (problem != nullptr) {
         output.resize(out);  // the members before this one are good
         throw StreamDamaged(std::string("damaged gzip stream: ") + problem);

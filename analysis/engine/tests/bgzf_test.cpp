@@ -75,7 +75,9 @@ TEST(ThreadedBgzf, DamageIsRefusedAfterEveryGoodByteBeforeIt) {
   const std::string& text = bigText();
   constexpr std::size_t kChunk = 20000, kBad = 60;  // the bad member is inside the second piece
   std::vector<std::string> members;
-  for (std::size_t at = 0; at < text.size(); at += kChunk) members.push_back(testing::bgzfMember(text.substr(at, kChunk)));
+  for (std::size_t at = 0; at < text.size(); at += kChunk) {
+    members.push_back(testing::bgzfMember(text.substr(at, kChunk)));
+  }
   std::size_t badAt = 0;  // where the bad member starts
   for (std::size_t i = 0; i < kBad; ++i) badAt += members[i].size();
   const auto with = [&members](const std::function<void(std::string&)>& damage) {
@@ -104,7 +106,8 @@ TEST(ThreadedBgzf, DamageIsRefusedAfterEveryGoodByteBeforeIt) {
   for (unsigned threads : {2u, 4u}) {
     auto failing = std::make_unique<testing::ChunkedSource>(with([](std::string&) {}).substr(0, badAt), 5000, true);
     auto source = openDecodedSource(std::move(failing), "x", Inflater::Default, nullptr, threads);
-    EXPECT_TRUE(testing::readAll(*source) == std::make_pair(text.substr(0, good), std::string("damaged gzip stream: test")));
+    EXPECT_TRUE(testing::readAll(*source) ==
+                std::make_pair(text.substr(0, good), std::string("damaged gzip stream: test")));
   }
   for (const auto& [bytes, reason, goodBytes] : cases) {
     for (Inflater inflater : inflaters()) {

@@ -36,7 +36,8 @@ class TableCodec final : public PieceCodec {
       output.assign(100, '#');
       throw std::bad_alloc();
     }
-    output.assign(piece.input.begin(), piece.input.begin() + (piece.first == 'd' ? piece.input.size() / 2 : piece.input.size()));
+    const std::size_t good = piece.first == 'd' ? piece.input.size() / 2 : piece.input.size();
+    output.assign(piece.input.begin(), piece.input.begin() + good);
     if (piece.first == 'd') throw StreamDamaged("damaged test stream");
     return true;
   }
@@ -76,7 +77,8 @@ TEST(ThreadedParallelSource, KeepsOrderJoinsWrongCutsAndFailsInPlace) {
     for (unsigned threads : {1u, 2u, 4u}) {
       int finished = 0;
       auto source = parallelDecodedSource(std::make_unique<TableCodec>(text, kinds, truncated, finished), threads);
-      EXPECT_TRUE(testing::readAll(*source) == std::make_pair(text.substr(0, handedOut), error)) << kinds << " " << threads;
+      EXPECT_TRUE(testing::readAll(*source) == std::make_pair(text.substr(0, handedOut), error))
+          << kinds << " " << threads;
       // Every later read ends or fails the same way; the stream-wide check ran once at the end.
       EXPECT_TRUE(testing::readAll(*source) == std::make_pair(std::string(), error)) << kinds;
       EXPECT_EQ(finished, error.empty() ? 1 : 0) << kinds;
