@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Engine throughput and memory, measured against `cat` and `zcat` on the same files.
+"""Engine throughput and memory, measured against `cat`, `igzip -d` and `zcat` on the same files.
 
 usage: bench/run.py [BUILDDIR] [--reads N] [--small-reads N] [--files N] [--bzip2-reads N]
                     [--repeat K]
@@ -9,14 +9,16 @@ Builds nothing: BUILDDIR (default build/release) must hold bin/genostat-fqgen an
 bench/out/ (kept between runs, never committed) and re-made when their parameters change.
 
 Prints one table (wall time, reads/s, MB/s of uncompressed FASTQ, peak resident memory, speed
-relative to the floor) and the verdict on each target. Besides the 150 bp files it reads a
+relative to the floor: `cat` for plain input, `igzip -d` on the same file for compressed input)
+and the verdict on each target. A BGZF copy of the 150 bp file (bgzip, Debian package "tabix")
+measures inflating on several threads; `igzip` comes from Debian package "isal". Besides the 150 bp files it reads a
 long-read file (20,000 reads of 5-20 kb with three 4 Mb reads among them) and --files small
 files of 1,000 reads, once as separate files in one process and once joined into one file: the
 difference is what each file costs on top of its reads. Every run is a separate child process
 whose peak memory GNU time reports (/usr/bin/time, Debian package "time"); with --repeat the
 fastest of K runs counts.
 
-bzip2 decodes some 20 times slower than gzip, so its runs read a smaller file of --bzip2-reads
+bzip2 decodes some 25 times slower than gzip, so its runs read a smaller file of --bzip2-reads
 reads (the same content as the 150 bp files), compressed by `bzip2 -9` (Debian package "bzip2"),
 with `bzcat` as its floor.
 """
@@ -37,7 +39,9 @@ CONTENT_OPTIONS = ["--length", str(READ_LENGTH), "--tiles", "16", "--adapter-rat
 GENERATOR_OPTIONS = ["--seed", "7"] + CONTENT_OPTIONS
 
 TARGET_PLAIN_MBPS = 400.0
-TARGET_GZIP_VS_ZCAT = 3.0
+# BGZF and the igzip floor: the engine against ISA-L's own command inflating the same file.
+TARGET_GZIP_VS_IGZIP = 0.95
+TARGET_BGZF_VS_IGZIP = 1.2
 TARGET_TWO_FILES_SPEEDUP = 1.8
 TARGET_PEAK_MB = 256.0
 TARGET_LONG_PEAK_MB = 256.0
@@ -162,16 +166,48 @@ def gzipped(path):
     return target
 
 
+# BGZF and the igzip floor.
+def tool(name, package):
+    path = shutil.which(name)
+    if path is None:
+        fail("%s not found (Debian package %s)" % (name, package))
+    return path
+
+
+def bgzipped(path):
+    """A BGZF copy of `path`, as htslib's bgzip writes it (blocks of 65,280 bytes of text)."""
+    target = path + ".bgz"
+    if os.path.exists(target) and os.path.getmtime(target) >= os.path.getmtime(path):
+        return target
+    bgzip = tool("bgzip", "tabix")
+    print("compressing %s with bgzip ..." % path, flush=True)
+    with open(target + ".tmp", "wb") as handle:
+        subprocess.run([bgzip, "-@2", "-c", path], stdout=handle, check=True)
+    os.replace(target + ".tmp", target)
+    return target
+
+
+def floor_of(label):
+    """The run a run is compared with: igzip inflating the same file, bzcat, or cat."""
+    if "bz" in label:
+        return "bzcat bz.fastq.bz2"
+    if "bgz" in label:
+        return "igzip -d big.fastq.bgz"
+    if "gz" in label or "gzip" in label:
+        return "igzip -d big.fastq.gz"
+    return "cat big.fastq"
+
+
+# bzip2 and its bzcat floor.
 def bzipped(path):
     """`path`.bz2, made by bzip2 -9 (900,000-byte blocks, one stream) and kept while newer."""
     target = path + ".bz2"
     if os.path.exists(target) and os.path.getmtime(target) >= os.path.getmtime(path):
         return target
-    if shutil.which("bzip2") is None:
-        fail("bzip2 not found for the bzip2 copy (Debian package \"bzip2\")")
+    bzip2 = tool("bzip2", "bzip2")
     print("compressing %s with bzip2 ..." % path, flush=True)
     with open(target + ".tmp", "wb") as handle:
-        subprocess.run(["bzip2", "-c", "-9", path], stdout=handle, check=True)
+        subprocess.run([bzip2, "-c", "-9", path], stdout=handle, check=True)
     os.replace(target + ".tmp", target)
     return target
 
@@ -227,6 +263,8 @@ def main():
     os.makedirs(OUT, exist_ok=True)
     big = generated(fqgen, "big", args.reads)
     big_gz = gzipped(big)
+    big_bgz = bgzipped(big)
+    igzip = tool("igzip", "isal")
     small = generated(fqgen, "small", args.small_reads)
     long_file, long_count = long_reads(fqgen)
     files, files_joined = small_files(fqgen, args.files)
@@ -248,11 +286,15 @@ def main():
     # (label, command, uncompressed MB processed, reads processed)
     runs = [
         ("cat big.fastq", ["cat", big], size_mb, args.reads),
+        ("igzip -d big.fastq.gz", [igzip, "-d", "-c", big_gz], size_mb, args.reads),
+        ("igzip -d big.fastq.bgz", [igzip, "-d", "-c", big_bgz], size_mb, args.reads),
         ("zcat big.fastq.gz", ["zcat", big_gz], size_mb, args.reads),
         ("engine plain, 1 thread", qc(1, big), size_mb, args.reads),
         ("engine plain, 2 threads", qc(2, big), size_mb, args.reads),
         ("engine gzip, 1 thread", qc(1, big_gz), size_mb, args.reads),
         ("engine gzip, 2 threads", qc(2, big_gz), size_mb, args.reads),
+        ("engine bgzf, 1 thread", qc(1, big_bgz), size_mb, args.reads),
+        ("engine bgzf, 2 threads", qc(2, big_bgz), size_mb, args.reads),
         ("engine 2 files, 2 threads", qc(2, big, big), 2 * size_mb, 2 * args.reads),
         ("engine small plain, 1 thread", qc(1, small), small_mb, args.small_reads),
         ("engine long reads, 1 thread", qc(1, long_file), long_mb, long_count),
@@ -271,8 +313,7 @@ def main():
         wall, peak = best_of(command, args.repeat)
         mbps = megabytes / wall
         results[label] = (wall, peak, mbps)
-        floor = results["zcat big.fastq.gz" if "gzip" in label else
-                        "bzcat bz.fastq.bz2" if "bz" in label else "cat big.fastq"][2]
+        floor = results[floor_of(label)][2]
         print("%-30s %8.2f %12.0f %9.1f %9.1f %8.2fx" % (label, wall, reads / wall, mbps, peak,
                                                          mbps / floor), flush=True)
     if os.path.exists(csv):
@@ -280,7 +321,8 @@ def main():
 
     engine_runs = [label for label, *_ in runs if label.startswith("engine")]
     plain1 = results["engine plain, 1 thread"][2]
-    gzip2_vs_zcat = results["engine gzip, 2 threads"][2] / results["zcat big.fastq.gz"][2]
+    gzip2_vs_igzip = results["engine gzip, 2 threads"][2] / results["igzip -d big.fastq.gz"][2]
+    bgzf2_vs_igzip = results["engine bgzf, 2 threads"][2] / results["igzip -d big.fastq.bgz"][2]
     two_files = results["engine 2 files, 2 threads"][2] / plain1
     peak = max(results[label][1] for label in engine_runs)
     big_peak = results["engine plain, 1 thread"][1]
@@ -294,8 +336,10 @@ def main():
     verdicts = [
         ("plain, 1 thread >= %.0f MB/s" % TARGET_PLAIN_MBPS, "%.1f MB/s" % plain1,
          plain1 >= TARGET_PLAIN_MBPS),
-        ("gzip, 2 threads >= %.1fx zcat" % TARGET_GZIP_VS_ZCAT, "%.2fx" % gzip2_vs_zcat,
-         gzip2_vs_zcat >= TARGET_GZIP_VS_ZCAT),
+        ("gzip, 2 threads >= %.2fx igzip -d" % TARGET_GZIP_VS_IGZIP, "%.2fx" % gzip2_vs_igzip,
+         gzip2_vs_igzip >= TARGET_GZIP_VS_IGZIP),
+        ("bgzf, 2 threads >= %.1fx igzip -d" % TARGET_BGZF_VS_IGZIP, "%.2fx" % bgzf2_vs_igzip,
+         bgzf2_vs_igzip >= TARGET_BGZF_VS_IGZIP),
         ("2 files, 2 threads >= %.1fx 1 file, 1 thread" % TARGET_TWO_FILES_SPEEDUP,
          "%.2fx" % two_files, two_files >= TARGET_TWO_FILES_SPEEDUP),
         ("peak memory < %.0f MB" % TARGET_PEAK_MB, "%.1f MB" % peak, peak < TARGET_PEAK_MB),
@@ -313,9 +357,10 @@ def main():
     print()
     for name, value, ok in verdicts:
         print("%-48s %-22s %s" % (name, value, "met" if ok else "MISSED"))
-    print("\nfiles: %s (%.0f MB), its gzip copy (%.0f MB), %s (%.0f MB), %d files in %s; %d cores"
-          % (big, size_mb, os.path.getsize(big_gz) / 1e6, long_file, long_mb, args.files,
-             os.path.dirname(files[0]), os.cpu_count() or 0))
+    print("\nfiles: %s (%.0f MB), its gzip and BGZF copies (%.0f and %.0f MB), %s (%.0f MB), "
+          "%d files in %s; %d cores"
+          % (big, size_mb, os.path.getsize(big_gz) / 1e6, os.path.getsize(big_bgz) / 1e6,
+             long_file, long_mb, args.files, os.path.dirname(files[0]), os.cpu_count() or 0))
     print("bzip2: %s (%.0f MB), %d reads, its bzip2 -9 copy (%.0f MB)"
           % (bz_plain, bz_mb, args.bzip2_reads, os.path.getsize(bz) / 1e6))
     return 0

@@ -15,6 +15,7 @@ packages=(
   pigz                              # gzip/BGZF-style test inputs for the engine
   bzip2                             # the benchmark's bzip2 copy and its bzcat floor
   time                              # peak memory figures of the benchmark
+  isal tabix                        # the benchmark's igzip floor and its BGZF copy (bgzip)
   chromium                          # the output page checked in a real browser (headless)
   # The Windows build: MinGW-w64 (posix threads), zlib for MinGW, GoogleTest's sources for the
   # target, and 64-bit Wine to run its tests (no wine32: a 64-bit prefix needs only wine64).

@@ -73,7 +73,7 @@ TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_ctest "threaded tests (
 echo "== build: fuzzers (clang, libFuzzer)"
 configure_and_build fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DBUILD_TESTING=OFF -DGENOSTAT_FUZZ=ON -DGENOSTAT_SANITIZE=address,undefined \
-  -- fuzz_parser fuzz_fastq_reader fuzz_bzip2_codec fuzz_output
+  -- fuzz_parser fuzz_fastq_reader fuzz_bgzf fuzz_bzip2_codec fuzz_output
 fuzz() {  # <binary> <seed corpus dir> <seconds> [libFuzzer flags...]
   local bin=$1 seeds=$2 seconds=$3
   shift 3
@@ -94,6 +94,7 @@ fuzz() {  # <binary> <seed corpus dir> <seconds> [libFuzzer flags...]
 fuzz fuzz_parser "$root/refhost/parser/fuzz-corpus" "$GENOSTAT_FUZZ_SECONDS" -max_len=4096 -timeout=10
 fuzz fuzz_bzip2_codec "$root/analysis/engine/fuzz/bzip2-corpus" 30 -rss_limit_mb=1024 -timeout=10
 fuzz fuzz_fastq_reader "$root/analysis/engine/fuzz/corpus" 30 -rss_limit_mb=1024
+fuzz fuzz_bgzf "$root/analysis/engine/fuzz/bgzf-corpus" 30 -rss_limit_mb=1024 -timeout=10
 fuzz fuzz_output "$root/refhost/output/fuzz/corpus" 20
 
 echo "== build: Windows (MinGW-w64 cross build, tests under Wine)"

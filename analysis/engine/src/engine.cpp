@@ -123,8 +123,8 @@ class Run {
     progress.size.store(size);
     progress.startNs.store(Clock::now().time_since_epoch().count());
     progress.active.store(true);
-    auto source = openDecodedSource(std::move(raw), path, options_.inflater);
-    if (plan_.decompressionThreads) source = asyncSource(std::move(source));
+    auto source =
+        openDecodedSource(std::move(raw), path, options_.inflater, nullptr, plan_.threadsPerFile);
     MetricsSink sink(metrics);
     ReadOptions readOptions;
     readOptions.cancel = &progress.cancel;
@@ -225,9 +225,9 @@ ThreadPlan planThreads(unsigned threads, std::size_t files) {
   const unsigned available = std::max(1u, threads);
   const std::size_t wanted = std::max<std::size_t>(1, files);
   plan.workers = static_cast<unsigned>(std::min<std::size_t>(available, wanted));
-  // A worker gets a second thread for decompression only when every worker can have one: the
-  // thread count then bounds the busy threads.
-  plan.decompressionThreads = available >= 2 * plan.workers;
+  // A worker gets more threads for decoding only when every worker can have as many: the thread
+  // count then bounds the busy threads.
+  plan.threadsPerFile = available / plan.workers;
   return plan;
 }
 

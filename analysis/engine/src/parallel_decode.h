@@ -33,7 +33,10 @@ class PieceCodec {
   // thread, for several pieces at once and while split() runs, so it touches no mutable state
   // of the codec. Returns false when the piece cannot decode alone because a cut was wrong (a
   // block marker's bit pattern occurring by chance inside compressed data): the piece is then
-  // joined to its successor and decoded again. Throws StreamDamaged for damage.
+  // joined to its successor and decoded again. Throws StreamDamaged for damage, leaving in
+  // `output` the bytes that decoded correctly before it (or nothing): the source hands them out
+  // before the error, so a piece of many members loses none of those before a damaged one. After
+  // any other exception the output is dropped.
   virtual bool decode(const Piece& piece, std::vector<char>& output) const = 0;
 
   // Appends `next` to `piece` after decode() refused `piece`. False when joining cannot help

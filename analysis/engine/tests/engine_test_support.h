@@ -87,6 +87,37 @@ inline std::string gzipMembers(const std::string& text, std::size_t pieceSize) {
   return out;
 }
 
+// One BGZF member holding `text`: raw deflate framed by a gzip header whose extra field holds
+// `extra` (other subfields), then the "BC" subfield with the member's size less one.
+inline std::string bgzfMember(const std::string& text, const std::string& extra = "") {
+  std::string deflated(compressBound(static_cast<uLong>(text.size())) + 64, '\0');
+  z_stream z{};
+  deflateInit2(&z, 6, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
+  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+  z.avail_in = static_cast<uInt>(text.size());
+  z.next_out = reinterpret_cast<Bytef*>(deflated.data());
+  z.avail_out = static_cast<uInt>(deflated.size());
+  if (deflate(&z, Z_FINISH) != Z_STREAM_END) throw std::runtime_error("deflate failed");
+  deflated.resize(z.total_out);
+  deflateEnd(&z);
+  const auto le = [](std::size_t value, int bytes) {
+    std::string out;
+    for (int i = 0; i < bytes; ++i) out.push_back(static_cast<char>(value >> (8 * i) & 0xff));
+    return out;
+  };
+  const std::size_t size = 12 + extra.size() + 6 + deflated.size() + 8;
+  const auto crc = crc32(0, reinterpret_cast<const Bytef*>(text.data()), static_cast<uInt>(text.size()));
+  return std::string("\x1f\x8b\x08\x04\0\0\0\0\0\xff", 10) + le(extra.size() + 6, 2) + extra + "BC" +
+         le(2, 2) + le(size - 1, 2) + deflated + le(crc, 4) + le(text.size(), 4);
+}
+
+// `text` as BGZF: members of `pieceSize` bytes of text, then the empty member that ends the file.
+inline std::string bgzf(const std::string& text, std::size_t pieceSize = 65280, const std::string& extra = "") {
+  std::string out;
+  for (std::size_t at = 0; at < text.size(); at += pieceSize) out += bgzfMember(text.substr(at, pieceSize), extra);
+  return out + bgzfMember("");
+}
+
 #ifdef GENOSTAT_HAVE_BZIP2
 // One bzip2 stream; `level` 1 makes blocks of 100,000 bytes, 9 of 900,000.
 inline std::string bzip2Stream(const std::string& text, int level = 9) {
@@ -118,6 +149,17 @@ class ChunkedSource final : public ByteSource {
   bool damagedAtEnd_;
   std::size_t at_ = 0;
 };
+
+// The text `source` hands out, read `piece` bytes at a time, then its error ("" when it ends).
+inline std::pair<std::string, std::string> readAll(ByteSource& source, std::size_t piece = 777) {
+  std::string out, buffer(piece, '\0');
+  try {
+    while (const std::size_t n = source.read(buffer.data(), buffer.size())) out.append(buffer, 0, n);
+  } catch (const std::exception& error) {
+    return {out, error.what()};
+  }
+  return {out, ""};
+}
 
 // Keeps every record as "header|sequence|quality".
 class KeepingSink final : public RecordSink {

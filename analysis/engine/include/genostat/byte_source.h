@@ -34,7 +34,8 @@ class ByteSource {
   virtual std::size_t read(char* buffer, std::size_t capacity) = 0;
 };
 
-enum class Compression { Plain, Gzip, Bzip2 };
+// Bgzf is gzip written as independent members that state their sizes (see bgzf_codec.h).
+enum class Compression { Plain, Gzip, Bgzf, Bzip2 };
 
 // Which gzip inflater to use. ISA-L is the default when the build has it; GENOSTAT_INFLATER=zlib
 // in the environment or an explicit choice selects zlib.
@@ -45,7 +46,8 @@ Inflater resolveInflater(Inflater requested);
 // Whether this build reads bzip2 (builds without the library refuse such files as Unsupported).
 bool bzip2Available();
 
-// Looks at a stream's first bytes: 1F 8B is gzip, "BZh" bzip2, anything else plain text.
+// Looks at a stream's first bytes: 1F 8B is gzip (Bgzf when they hold a whole member header with
+// BGZF's block size), "BZh" bzip2, anything else plain text.
 Compression sniffCompression(std::string_view firstBytes);
 
 // Opens `path` for reading. `bytesRead`, when given, counts the raw (compressed) bytes taken from
@@ -63,11 +65,15 @@ InputError openFailure(const std::string& path, const platform::SystemError& rea
 std::unique_ptr<ByteSource> memorySource(std::string_view data);
 
 // Wraps `raw` in the decompressor its first bytes call for. `path` names the file in errors.
-// Throws InputError (Unsupported) for a compression this build cannot read.
+// Throws InputError (Unsupported) for a compression this build cannot read. With `threads` of 2
+// or more the stream is decoded ahead of the reader: BGZF on that many threads (at most 8), the
+// calling thread among them (it inflates while it would otherwise wait), anything else on a
+// thread of its own (asyncSource).
 std::unique_ptr<ByteSource> openDecodedSource(std::unique_ptr<ByteSource> raw,
                                               const std::string& path,
                                               Inflater inflater = Inflater::Default,
-                                              Compression* detected = nullptr);
+                                              Compression* detected = nullptr,
+                                              unsigned threads = 1);
 
 // Runs `inner` on a thread of its own, handing its output over in blocks of `blockSize` bytes
 // through a queue of at most `queueDepth` blocks, so decompression overlaps parsing. Errors of the

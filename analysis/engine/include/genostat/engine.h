@@ -1,6 +1,7 @@
 // Runs the metrics over a list of FASTQ files on a given number of threads. Files are spread over
 // worker threads (one accumulator per file); a file read alone gets a decompression thread of its
-// own when a thread is spare. The rows do not depend on the thread count.
+// own when a thread is spare, or, when it is BGZF, every spare thread inflates it. The rows do not
+// depend on the thread count.
 #pragma once
 
 #include <cstdint>
@@ -46,11 +47,11 @@ struct EngineOptions {
   std::function<void(const InputError&)> leftOut;
 };
 
-// How the threads are used for `files` inputs: worker count and whether each file gets a
-// decompression thread.
+// How the threads are used for `files` inputs: worker count, and the threads each file's read may
+// use (from 2 on, the file is decoded ahead of its reader; a BGZF file is inflated on all of them).
 struct ThreadPlan {
   unsigned workers = 1;
-  bool decompressionThreads = false;
+  unsigned threadsPerFile = 1;
 };
 ThreadPlan planThreads(unsigned threads, std::size_t files);
 
