@@ -1,6 +1,6 @@
 // bzip2 cut into blocks: every block and stream decoded alone gives the file's text, chance
 // markers inside compressed data are joined away, and damage is refused after exactly the text
-// of the blocks before it.
+// of the blocks before it; the engine's row and refusals the same on any number of threads.
 #ifdef GENOSTAT_HAVE_BZIP2
 #include "bzip2_codec.h"
 
@@ -9,6 +9,8 @@
 #include <exception>
 
 #include "engine_test_support.h"
+#include "genostat/engine.h"
+#include "genostat/input_error.h"
 
 namespace genostat {
 namespace {
@@ -192,6 +194,31 @@ TEST(Bzip2Codec, DamageIsRefusedAfterTheTextOfTheBlocksBeforeIt) {
     EXPECT_TRUE(got.text == c.good) << c.name << ": " << got.text.size() << " of " << c.good.size();
     // Joining gives up once the piece is longer than a block can be, well before the end.
     EXPECT_LT(got.joins, 8u) << c.name;
+  }
+}
+
+// The engine with the blocks decoded on several threads: the same row as the plain file, and a
+// truncated file refused at the same record as by the one-thread decoder.
+TEST(ThreadedBzip2, SameRowAndSameRefusalOnAnyThreads) {
+  testing::TempDir plainDir, bzDir;
+  const std::string plain = plainDir.write("reads.fastq", blocksText());
+  const std::string whole = bzDir.write("reads.fastq.bz2", blocksFile());
+  const std::string cut = bzDir.write("cut.fastq.bz2", blocksFile().substr(0, blocksFile().size() / 2));
+  const auto rows = [](const std::string& path, unsigned threads) {
+    EngineOptions options;
+    options.threads = threads;
+    try {
+      return runEngine({path}, options).at(0);
+    } catch (const InputError& error) {
+      return std::vector<std::string>{error.what()};
+    }
+  };
+  const std::vector<std::string> expected = rows(plain, 1), refusal = rows(cut, 1);
+  ASSERT_EQ(expected.size(), 27u);
+  ASSERT_NE(refusal.at(0).find("truncated bzip2 stream"), std::string::npos) << refusal.at(0);
+  for (unsigned threads : {1u, 2u, 4u}) {
+    EXPECT_EQ(rows(whole, threads), expected) << threads;
+    EXPECT_EQ(rows(cut, threads), refusal) << threads;
   }
 }
 

@@ -66,9 +66,9 @@ std::unique_ptr<ByteSource> memorySource(std::string_view data);
 
 // Wraps `raw` in the decompressor its first bytes call for. `path` names the file in errors.
 // Throws InputError (Unsupported) for a compression this build cannot read. With `threads` of 2
-// or more the stream is decoded ahead of the reader: BGZF on that many threads (at most 8), the
-// calling thread among them (it inflates while it would otherwise wait), anything else on a
-// thread of its own (asyncSource).
+// or more the stream is decoded ahead of the reader: BGZF and bzip2 on that many threads (at most
+// 8 and 16), the calling thread among them (it decodes while it would otherwise wait), anything
+// else on a thread of its own (asyncSource).
 std::unique_ptr<ByteSource> openDecodedSource(std::unique_ptr<ByteSource> raw,
                                               const std::string& path,
                                               Inflater inflater = Inflater::Default,

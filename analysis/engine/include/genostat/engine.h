@@ -1,7 +1,7 @@
 // Runs the metrics over a list of FASTQ files on a given number of threads. Files are spread over
 // worker threads (one accumulator per file); a file read alone gets a decompression thread of its
-// own when a thread is spare, or, when it is BGZF, every spare thread inflates it. The rows do not
-// depend on the thread count.
+// own when a thread is spare, or, when it is BGZF or bzip2, every spare thread decodes it. The rows
+// do not depend on the thread count.
 #pragma once
 
 #include <cstdint>
