@@ -286,7 +286,8 @@ class Bzip2Codec final : public PieceCodec {
     if (head.bits + tail.bits > longestBlockBits(static_cast<int>(head.level))) return false;
     std::vector<unsigned char> joined;
     frame(joined, PieceHead{head.bits + tail.bits, tail.ends, head.level},
-          {{piece.input.data() + kBlockAt, 0, head.bits}, {next->input.data() + kBlockAt, 0, tail.bits}});
+          {{piece.input.data() + kBlockAt, 0, head.bits},
+           {next->input.data() + kBlockAt, 0, tail.bits}});
     piece.input.swap(joined);
     std::lock_guard<std::mutex> lock(mutex_);
     wrongCuts_.push_back(next->first);
@@ -295,7 +296,8 @@ class Bzip2Codec final : public PieceCodec {
 
   StreamDamaged damaged(const Piece& piece) const override {
     if (headOf(piece).ends == kEndsFile) {
-      return StreamDamaged("truncated bzip2 stream: the file ends in the middle of compressed data");
+      return StreamDamaged(
+          "truncated bzip2 stream: the file ends in the middle of compressed data");
     }
     std::vector<char> scratch;
     // libbz2 hands out a block's text before it compares the CRC: text means a CRC mismatch.

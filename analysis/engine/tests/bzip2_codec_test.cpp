@@ -29,7 +29,8 @@ struct Decoded {
 // joined to its successor, the stream-wide check at the end.
 Decoded decodeAll(const std::string& file, std::vector<ChanceMarker> chanceMarkers = {}) {
   Decoded out;
-  auto codec = bzip2PieceCodec(std::make_unique<testing::ChunkedSource>(file, 77777), std::move(chanceMarkers));
+  auto codec = bzip2PieceCodec(std::make_unique<testing::ChunkedSource>(file, 77777),
+                               std::move(chanceMarkers));
   std::vector<char> text;
   try {
     Piece piece, next;
@@ -80,7 +81,8 @@ std::vector<std::uint64_t> markers(const std::string& file, std::uint64_t marker
 }
 
 // The bits [from, to) of `file` for each range, one after the other, padded to a byte.
-std::string bitRanges(const std::string& file, std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges) {
+std::string bitRanges(const std::string& file,
+                      std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges) {
   std::string out;
   std::uint64_t n = 0;
   for (const auto& [from, to] : ranges) {
@@ -121,8 +123,9 @@ TEST(Bzip2Codec, EveryBlockAndStreamDecodedAloneGivesTheText) {
   const Case cases[] = {
       {"blocks at level 1", file, text, {}, 0},
       {"streams of levels 9, 1, 3, an empty one, then zero padding",
-       testing::bzip2Stream(small.substr(0, 1'500'000)) + testing::bzip2Stream(small.substr(1'500'000, 7000), 1) +
-           testing::bzip2Stream("") + testing::bzip2Stream(small.substr(1'507'000), 3) + std::string(300, '\0'),
+       testing::bzip2Stream(small.substr(0, 1'500'000)) +
+           testing::bzip2Stream(small.substr(1'500'000, 7000), 1) + testing::bzip2Stream("") +
+           testing::bzip2Stream(small.substr(1'507'000), 3) + std::string(300, '\0'),
        small,
        {},
        0},
@@ -158,8 +161,7 @@ TEST(Bzip2Codec, DamageIsRefusedAfterTheTextOfTheBlocksBeforeIt) {
     return damaged;
   };
   const std::string before = text.substr(0, after[k - 1]);
-  const std::string withoutBlock =
-      text.substr(0, after[k - 1]) + text.substr(after[k]);
+  const std::string withoutBlock = text.substr(0, after[k - 1]) + text.substr(after[k]);
   struct Case {
     const char* name;
     std::string file;
@@ -179,13 +181,15 @@ TEST(Bzip2Codec, DamageIsRefusedAfterTheTextOfTheBlocksBeforeIt) {
        "truncated bzip2 stream"},
       {"the file cut inside the combined CRC", file.substr(0, file.size() - 2), text,
        "truncated bzip2 stream"},
-      {"a block left out", bitRanges(file, {{0, blocks[k]}, {blocks[k + 1], end + 80}}), withoutBlock,
+      {"a block left out", bitRanges(file, {{0, blocks[k]}, {blocks[k + 1], end + 80}}),
+       withoutBlock,
        "damaged bzip2 stream: the combined CRC does not match the blocks"},
       {"data after the stream", file + "junk", text,
        "damaged bzip2 stream: data after the end of a member is not another member"},
       {"data after zero padding", file + std::string(5, '\0') + "BZh9", text,
        "damaged bzip2 stream: unexpected data after the zero padding at its end"},
-      {"a stream header with level 0", "BZh0" + file.substr(4), "", "damaged bzip2 stream: invalid stream header"},
+      {"a stream header with level 0", "BZh0" + file.substr(4), "",
+       "damaged bzip2 stream: invalid stream header"},
       {"the file cut after the stream header", file.substr(0, 4), "", "truncated bzip2 stream"},
   };
   for (const Case& c : cases) {
@@ -203,7 +207,8 @@ TEST(ThreadedBzip2, SameRowAndSameRefusalOnAnyThreads) {
   testing::TempDir plainDir, bzDir;
   const std::string plain = plainDir.write("reads.fastq", blocksText());
   const std::string whole = bzDir.write("reads.fastq.bz2", blocksFile());
-  const std::string cut = bzDir.write("cut.fastq.bz2", blocksFile().substr(0, blocksFile().size() / 2));
+  const std::string cut =
+      bzDir.write("cut.fastq.bz2", blocksFile().substr(0, blocksFile().size() / 2));
   const auto rows = [](const std::string& path, unsigned threads) {
     EngineOptions options;
     options.threads = threads;
