@@ -310,14 +310,14 @@ class Bzip2Codec final : public PieceCodec {
   void finish() override {
     std::lock_guard<std::mutex> lock(mutex_);
     std::sort(wrongCuts_.begin(), wrongCuts_.end());
-    for (const Suspect& suspect : suspects_) {
+    for (const Unmatched& stream : unmatched_) {
       std::uint32_t combined = 0;
-      for (const auto& [cut, crc] : suspect.blocks) {
+      for (const auto& [cut, crc] : stream.blocks) {
         if (!std::binary_search(wrongCuts_.begin(), wrongCuts_.end(), cut)) {
           combined = combineCrc(combined, crc);
         }
       }
-      if (combined != suspect.stated) throwCombinedMismatch();
+      if (combined != stream.stated) throwCombinedMismatch();
     }
   }
 
@@ -327,7 +327,7 @@ class Bzip2Codec final : public PieceCodec {
 
   // A stream whose combined CRC did not match the CRCs of its pieces when it was cut: right only
   // if wrong cuts explain the difference, which is known once every piece has decoded.
-  struct Suspect {
+  struct Unmatched {
     std::uint32_t stated;
     std::vector<std::pair<std::uint64_t, std::uint32_t>> blocks;  // (piece number, CRC)
   };
@@ -447,7 +447,7 @@ class Bzip2Codec final : public PieceCodec {
       emit(piece, start, next, stated, kEndsStream);
       if (!agrees) {
         std::lock_guard<std::mutex> lock(mutex_);
-        suspects_.push_back(Suspect{combined, std::move(blocks_)});
+        unmatched_.push_back(Unmatched{combined, std::move(blocks_)});
       }
       blocks_.clear();
       pos_ = after;
@@ -562,7 +562,7 @@ class Bzip2Codec final : public PieceCodec {
   std::vector<std::pair<std::uint64_t, std::uint32_t>> blocks_;  // the stream's (piece, CRC)
 
   mutable std::mutex mutex_;  // the splitter, join() and finish() run on different threads
-  std::vector<Suspect> suspects_;
+  std::vector<Unmatched> unmatched_;
   mutable std::vector<std::uint64_t> wrongCuts_;
 };
 
