@@ -271,11 +271,11 @@ class Bzip2Codec final : public PieceCodec {
         !output.empty() && blockCrc(output.data(), output.size()) == statedCrc(piece);
     // The file was cut short after this block's bits, perhaps inside the end marker: the block
     // counts when its text is whole, whatever libbz2 made of the missing end.
-    if (headOf(piece).ends == kEndsFile) return whole;
+    if (headOf(piece).ends == kEndsFile && whole) return true;
     // A whole block followed by bits that are no marker: a wrong cut would have left the block
     // short, so the next block's marker is damaged. The block's text goes out before the error.
     if (outcome == Outcome::Invalid && whole) throwDamaged("invalid compressed data");
-    output.clear();
+    output.clear();  // a refused piece hands out nothing
     return false;
   }
 
