@@ -152,21 +152,6 @@ def small_files(fqgen, count):
     return files, together
 
 
-def gzipped(path):
-    target = path + ".gz"
-    if os.path.exists(target) and os.path.getmtime(target) >= os.path.getmtime(path):
-        return target
-    compressor = shutil.which("pigz") or shutil.which("gzip")
-    if compressor is None:
-        fail("neither pigz nor gzip found for the compressed copy")
-    print("compressing %s with %s ..." % (path, os.path.basename(compressor)), flush=True)
-    with open(target + ".tmp", "wb") as handle:
-        subprocess.run([compressor, "-c", "-6", path], stdout=handle, check=True)
-    os.replace(target + ".tmp", target)
-    return target
-
-
-# BGZF and the igzip floor.
 def tool(name, package):
     path = shutil.which(name)
     if path is None:
@@ -174,17 +159,32 @@ def tool(name, package):
     return path
 
 
-def bgzipped(path):
-    """A BGZF copy of `path`, as htslib's bgzip writes it (blocks of 65,280 bytes of text)."""
-    target = path + ".bgz"
+def compressed_copy(path, suffix, command):
+    """`path` + `suffix`, made by `command` + [path] writing to its standard output, and kept while
+    newer than `path`."""
+    target = path + suffix
     if os.path.exists(target) and os.path.getmtime(target) >= os.path.getmtime(path):
         return target
-    bgzip = tool("bgzip", "tabix")
-    print("compressing %s with bgzip ..." % path, flush=True)
+    print("compressing %s with %s ..." % (path, os.path.basename(command[0])), flush=True)
     with open(target + ".tmp", "wb") as handle:
-        subprocess.run([bgzip, "-@2", "-c", path], stdout=handle, check=True)
+        subprocess.run(command + [path], stdout=handle, check=True)
     os.replace(target + ".tmp", target)
     return target
+
+
+def gzipped(path):
+    compressor = shutil.which("pigz") or tool("gzip", "gzip")
+    return compressed_copy(path, ".gz", [compressor, "-c", "-6"])
+
+
+def bgzipped(path):
+    """A BGZF copy of `path`, as htslib's bgzip writes it (blocks of 65,280 bytes of text)."""
+    return compressed_copy(path, ".bgz", [tool("bgzip", "tabix"), "-@2", "-c"])
+
+
+def bzipped(path):
+    """A bzip2 copy of `path` (900,000-byte blocks, one stream)."""
+    return compressed_copy(path, ".bz2", [tool("bzip2", "bzip2"), "-c", "-9"])
 
 
 def floor_of(label):
@@ -196,20 +196,6 @@ def floor_of(label):
     if "gz" in label or "gzip" in label:
         return "igzip -d big.fastq.gz"
     return "cat big.fastq"
-
-
-# bzip2 and its bzcat floor.
-def bzipped(path):
-    """`path`.bz2, made by bzip2 -9 (900,000-byte blocks, one stream) and kept while newer."""
-    target = path + ".bz2"
-    if os.path.exists(target) and os.path.getmtime(target) >= os.path.getmtime(path):
-        return target
-    bzip2 = tool("bzip2", "bzip2")
-    print("compressing %s with bzip2 ..." % path, flush=True)
-    with open(target + ".tmp", "wb") as handle:
-        subprocess.run([bzip2, "-c", "-9", path], stdout=handle, check=True)
-    os.replace(target + ".tmp", target)
-    return target
 
 
 GNU_TIME = "/usr/bin/time"
