@@ -56,9 +56,9 @@ struct ThreadPlan {
 ThreadPlan planThreads(unsigned threads, std::size_t files);
 
 // One row of 27 fields per file (per file not left out), in input order, named by
-// uniqueSampleNames. When several files
-// fail, the error of the first failing file in input order is thrown, whatever the thread count:
-// InputError for the input's fault, WorkerFailure for anything else.
+// uniqueSampleNames. When several files fail, the error of the first failing file in input order
+// is thrown, whatever the thread count: InputError for the input's fault, WorkerFailure for
+// anything else.
 std::vector<std::vector<std::string>> runEngine(const std::vector<std::string>& files,
                                                 const EngineOptions& options);
 
