@@ -62,12 +62,12 @@ inline bool exists(const std::string& path) {
   return std::filesystem::exists(std::filesystem::u8path(path));
 }
 
-// One complete gzip member holding `text`.
-inline std::string gzipMember(const std::string& text) {
-  uLongf size = compressBound(static_cast<uLong>(text.size())) + 64;
-  std::string out(size, '\0');
+// `text` deflated at level 6: a gzip member with windowBits 16 + MAX_WBITS, raw deflate with
+// -MAX_WBITS.
+inline std::string deflated(const std::string& text, int windowBits) {
+  std::string out(compressBound(static_cast<uLong>(text.size())) + 64, '\0');
   z_stream z{};
-  deflateInit2(&z, 6, Z_DEFLATED, 16 + MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
+  deflateInit2(&z, 6, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY);
   z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
   z.avail_in = static_cast<uInt>(text.size());
   z.next_out = reinterpret_cast<Bytef*>(out.data());
@@ -77,6 +77,9 @@ inline std::string gzipMember(const std::string& text) {
   deflateEnd(&z);
   return out;
 }
+
+// One complete gzip member holding `text`.
+inline std::string gzipMember(const std::string& text) { return deflated(text, 16 + MAX_WBITS); }
 
 // `text` cut into pieces of `pieceSize` bytes, each its own gzip member (as BGZF writes them).
 inline std::string gzipMembers(const std::string& text, std::size_t pieceSize) {
@@ -90,25 +93,16 @@ inline std::string gzipMembers(const std::string& text, std::size_t pieceSize) {
 // One BGZF member holding `text`: raw deflate framed by a gzip header whose extra field holds
 // `extra` (other subfields), then the "BC" subfield with the member's size less one.
 inline std::string bgzfMember(const std::string& text, const std::string& extra = "") {
-  std::string deflated(compressBound(static_cast<uLong>(text.size())) + 64, '\0');
-  z_stream z{};
-  deflateInit2(&z, 6, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
-  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
-  z.avail_in = static_cast<uInt>(text.size());
-  z.next_out = reinterpret_cast<Bytef*>(deflated.data());
-  z.avail_out = static_cast<uInt>(deflated.size());
-  if (deflate(&z, Z_FINISH) != Z_STREAM_END) throw std::runtime_error("deflate failed");
-  deflated.resize(z.total_out);
-  deflateEnd(&z);
+  const std::string raw = deflated(text, -MAX_WBITS);
   const auto le = [](std::size_t value, int bytes) {
     std::string out;
     for (int i = 0; i < bytes; ++i) out.push_back(static_cast<char>(value >> (8 * i) & 0xff));
     return out;
   };
-  const std::size_t size = 12 + extra.size() + 6 + deflated.size() + 8;
+  const std::size_t size = 12 + extra.size() + 6 + raw.size() + 8;
   const auto crc = crc32(0, reinterpret_cast<const Bytef*>(text.data()), static_cast<uInt>(text.size()));
   return std::string("\x1f\x8b\x08\x04\0\0\0\0\0\xff", 10) + le(extra.size() + 6, 2) + extra + "BC" +
-         le(2, 2) + le(size - 1, 2) + deflated + le(crc, 4) + le(text.size(), 4);
+         le(2, 2) + le(size - 1, 2) + raw + le(crc, 4) + le(text.size(), 4);
 }
 
 // `text` as BGZF: members of `pieceSize` bytes of text, then the empty member that ends the file.
